@@ -1,0 +1,157 @@
+#include <Kestro/Database/Connection.h>
+
+#include <Kestro/Database/Query.h>
+#include <db_client.h>
+
+#include <ctime>
+#include <unistd.h>
+
+namespace Kestro::Database {
+
+namespace {
+
+// What dbDelete reports as its place, whatever the lines of this file.
+constexpr char DbDeleteFile[] = "Connection";
+constexpr unsigned DbDeleteLine = 152;
+
+constexpr unsigned RetryInterval = 3; // seconds between two looks of waitUntilServerReady
+
+} // namespace
+
+DatabaseException::DatabaseException(int intParameter, const std::string& fileName,
+                                     unsigned lineNumber)
+    : Exception("DatabaseException", intParameter, fileName, lineNumber)
+{}
+
+DatabaseException::~DatabaseException() = default;
+
+SocketAddress Connection::s_defaultAddress(IPAddress("127.0.0.1"), 3306);
+
+SocketAddress Connection::defaultAddress()
+{
+    return s_defaultAddress;
+}
+
+void Connection::defaultAddress(const SocketAddress& address)
+{
+    s_defaultAddress = address;
+}
+
+bool Connection::waitUntilServerReady(const SocketAddress& /*address*/, unsigned seconds)
+{
+    const std::int64_t deadline = static_cast<std::int64_t>(time(nullptr)) + seconds;
+    while (deadline > time(nullptr)) {
+        if (void* handle = db_connect_unix("mysql")) {
+            db_disconnect(handle);
+            return true;
+        }
+        sleep(RetryInterval);
+    }
+    return false;
+}
+
+Connection::Connection(const std::string& database, const std::string& param2,
+                       const std::string& param3, const SocketAddress& address)
+    : m_database(database), m_param2(param2), m_param3(param3), m_address(address)
+{
+    connect();
+}
+
+Connection::Connection(const SocketAddress& address, const std::string& database)
+    : Connection(database, "", "", address)
+{}
+
+Connection::Connection(const std::string& database) : Connection(database, "", "", defaultAddress())
+{}
+
+Connection::~Connection()
+{
+    disconnect();
+}
+
+void Connection::connect()
+{
+    m_handle = db_connect_unix(m_database.c_str());
+    if (m_handle == nullptr) {
+        DatabaseException refused;
+        refused.stringParameter(errorMessage());
+        throw refused;
+    }
+    m_state = Connected;
+}
+
+void Connection::disconnect()
+{
+    if (m_handle != nullptr) {
+        db_disconnect(m_handle);
+        m_state = Disconnected;
+        m_handle = nullptr;
+    }
+}
+
+int Connection::enableMultipleStatementsPerQuery()
+{
+    return db_enable_multiple_statements_per_query(m_handle);
+}
+
+int Connection::errorNumber() const
+{
+    return db_error_number(m_handle);
+}
+
+std::string Connection::errorMessage() const
+{
+    const char* text = db_error_message(m_handle);
+    return text != nullptr ? text : "";
+}
+
+std::string Connection::escapeString(const std::string& text) const
+{
+    std::string escaped(2 * text.size() + 1, '\0');
+    escaped.resize(static_cast<std::uint32_t>(
+        db_escape_string(m_handle, escaped.data(), text.data(), text.size())));
+    return escaped;
+}
+
+void Connection::dbCreate(const std::string& name)
+{
+    Query query(*this, nullptr, true);
+    query << "Create database " << name << ';';
+    query.execute();
+}
+
+void Connection::dbDelete(const std::string& name)
+{
+    try {
+        Query query(*this, nullptr, true);
+        query << "Drop database " << name << ';';
+        query.execute();
+    } catch (const Exception& caught) {
+        Exception refused("dbDelete", 4, DbDeleteFile, DbDeleteLine);
+        refused.cause(caught);
+        refused.stringParameter(errorMessage());
+        throw refused;
+    }
+}
+
+void Connection::dbSelect(const std::string& name)
+{
+    disconnect();
+    m_database = name;
+    connect();
+}
+
+bool Connection::dbSelectIfExists(const std::string& name)
+{
+    const std::string previous = m_database;
+    try {
+        dbSelect(name);
+        return true;
+    } catch (const Exception&) {
+        m_database = previous;
+        connect();
+        return false;
+    }
+}
+
+} // namespace Kestro::Database

@@ -1,0 +1,89 @@
+#include <Kestro/Database/RowContainer.h>
+
+#include <db_client.h>
+
+namespace Kestro::Database {
+
+RowImpl::~RowImpl() = default;
+
+std::optional<std::string_view> RowImpl::column(void* connection, void* result, void* row,
+                                                int index)
+{
+    const char* value = db_result_get_value(connection, result, row, index);
+    if (value == nullptr) {
+        return std::nullopt;
+    }
+    return std::string_view(value, db_result_field_length(result, index));
+}
+
+NoopRowImpl::~NoopRowImpl() = default;
+
+bool NoopRowImpl::parse(void* /*connection*/, void* /*result*/, void* /*row*/)
+{
+    return true;
+}
+
+RowContainerImpl::~RowContainerImpl() = default;
+
+RowContainer::RowContainer() : m_counted(new RefCounted<RowContainerImpl>())
+{}
+
+RowContainer::RowContainer(const RowContainer& other) : m_counted(nullptr)
+{
+    RefCountedImplCopy(m_counted, other.m_counted);
+}
+
+RowContainer& RowContainer::operator=(const RowContainer& other)
+{
+    RefCountedImplCopy(m_counted, other.m_counted);
+    return *this;
+}
+
+RowContainer::~RowContainer()
+{
+    delete m_counted;
+}
+
+const std::list<Ref<RowImpl>>& RowContainer::rows() const
+{
+    return m_counted->object()->m_rows;
+}
+
+void RowContainer::add(const Ref<RowImpl>& row)
+{
+    m_counted->object()->m_rows.push_back(row);
+}
+
+AllRowParser::~AllRowParser() = default;
+
+void AllRowParser::addRows(void* connection, void* result, RowContainer& container,
+                           RowImpl* (*make)())
+{
+    if (result == nullptr) {
+        return;
+    }
+    const int count = db_result_row_num(connection, result);
+    for (int index = 0; index < count; ++index) {
+        Ref<RowImpl> object(make());
+        void* const row = db_result_fetch_row(result, index);
+        object->parse(connection, result, row);
+        container.add(object);
+    }
+}
+
+OneRowParser::~OneRowParser() = default;
+
+void OneRowParser::parse(void* connection, void* result)
+{
+    if (result == nullptr) {
+        return;
+    }
+    for (int index = 0;; ++index) {
+        void* const row = db_result_fetch_row(result, index);
+        if (row == nullptr || !m_row->parse(connection, result, row)) {
+            return;
+        }
+    }
+}
+
+} // namespace Kestro::Database

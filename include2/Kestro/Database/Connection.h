@@ -1,0 +1,110 @@
+#pragma once
+
+#include <Kestro/Api.h>
+#include <Kestro/Exception.h>
+#include <Kestro/SocketAddress.h>
+#include <KestroRefcounted>
+
+#include <cstdint>
+#include <string>
+
+namespace Kestro::Database {
+
+/// The library's own exception: its message is always "DatabaseException".
+class KESTRO_API DatabaseException : public Exception {
+public:
+    explicit DatabaseException(int intParameter = 0, const std::string& fileName = "",
+                               unsigned lineNumber = 0);
+    DatabaseException(const DatabaseException&) = default;
+    DatabaseException& operator=(const DatabaseException&) = default;
+    ~DatabaseException() override;
+};
+
+/// One open link to the local server, on one database.
+///
+/// A Connection opens its link when it is constructed and closes it when it is destroyed. It can be
+/// reopened on another database at any time. Statements run on it through Query.
+///
+/// The link goes over the server's Unix socket, under the login name of the process: see
+/// db_client.h for how the socket is found and what each session begins with.
+///
+/// Threads: distinct objects may be used by distinct threads; one object belongs to one thread at a
+/// time. Every failure to open the link is a DatabaseException with int parameter 0 and the reason,
+/// as the client interface or the server tells it, as string parameter.
+class KESTRO_API Connection : public RefImpl {
+public:
+    /// What state() tells.
+    enum State : std::int32_t { Disconnected = 0, Connected = 2 };
+
+    /// The path of the server's Unix socket, for callers that want it.
+    static constexpr char SocketName[] = "/var/run/mysql.sock";
+
+    /// The address of connections that are constructed without one: 127.0.0.1, port 3306. To be
+    /// changed before threads use it.
+    static SocketAddress s_defaultAddress;
+    static SocketAddress defaultAddress();
+    static void defaultAddress(const SocketAddress& address);
+
+    /// Waits until the local server accepts a connection to its database "mysql" and returns true,
+    /// or returns false when this many seconds are over. It tries at once and then every 3 seconds;
+    /// 0 seconds try nothing. The address is not consulted. Any thread may call it.
+    static bool waitUntilServerReady(const SocketAddress& address, unsigned seconds);
+
+    /// Opens the link on the database; "" selects none. The other arguments are kept for callers
+    /// and not used. Throws as told above, and then nothing is left open.
+    Connection(const std::string& database, const std::string& param2, const std::string& param3,
+               const SocketAddress& address);
+    Connection(const SocketAddress& address, const std::string& database);
+    explicit Connection(const std::string& database);
+    Connection(const Connection&) = delete;
+    Connection& operator=(const Connection&) = delete;
+    ~Connection() override;
+
+    /// Opens the link on the current database. Meant for a connection that is disconnected: a link
+    /// that is still open is not closed first, and leaks. Throws as told above.
+    void connect();
+    /// Closes the link if one is open.
+    void disconnect();
+    /// Connected or Disconnected. A link that the server has dropped still counts as connected.
+    std::int32_t state() const { return m_state; }
+
+    /// Lets one query text carry several statements; that lasts when the connection reopens itself.
+    /// Returns 0, or another value on failure.
+    int enableMultipleStatementsPerQuery();
+
+    /// Number and text of the last failure on the link, 0 and "" if there was none; a success does
+    /// not clear them. While disconnected: of this thread's last failed connect.
+    int errorNumber() const;
+    std::string errorMessage() const;
+
+    /// The text escaped for use inside a quoted SQL literal, "..." or '...'; any bytes may be in
+    /// it.
+    std::string escapeString(const std::string& text) const;
+
+    /// Creates or drops a database. The name goes into the statement as it is: quote it where it
+    /// needs quoting (`...`), and never pass text from outside. dbCreate throws what Query throws;
+    /// dbDelete throws Exception("dbDelete", 4) with the server's text and, as cause, what Query
+    /// threw.
+    void dbCreate(const std::string& name);
+    void dbDelete(const std::string& name);
+
+    /// Reopens the link on another database. If that throws, the connection is left disconnected,
+    /// with the new name: connect() tries it again.
+    void dbSelect(const std::string& name);
+    /// Reopens the link on another database and returns true; if that fails, for whatever reason,
+    /// returns to the previous database and returns false. Throws if the way back fails too; the
+    /// connection is then disconnected, with the previous name.
+    bool dbSelectIfExists(const std::string& name);
+
+private:
+    friend class Query;
+
+    void* m_handle = nullptr;
+    std::string m_database;
+    std::string m_param2;
+    std::string m_param3;
+    SocketAddress m_address;
+    std::int32_t m_state = Disconnected;
+};
+
+} // namespace Kestro::Database

@@ -1,0 +1,87 @@
+#pragma once
+
+#include <Kestro/Api.h>
+#include <Kestro/Database/Connection.h>
+#include <KestroRefcounted>
+
+#include <cstdint>
+#include <ostream>
+#include <sstream>
+#include <string>
+
+namespace Kestro::Database {
+
+/// Receives the result of a Query. Ready parsers stand in RowContainer.h; a program rarely writes
+/// one of its own.
+class KESTRO_API RowParser {
+public:
+    virtual ~RowParser();
+
+    /// Called by Query::execute() at most once per execution, on the same thread, after the server
+    /// accepted the statement. The handles are those of the client interface (db_client.h): the
+    /// connection, and the result, which is null if the statement made none. Query owns the result
+    /// and frees it afterwards, also if this throws; what this throws leaves execute() unchanged.
+    /// Neither the result nor a row of it may be kept.
+    virtual void parse(void* connection, void* result) = 0;
+};
+
+/// One SQL statement: an output stream into which its text is written, and execute(), which sends
+/// it and hands the result to a parser.
+///
+///     Query query(connection);
+///     query << "INSERT INTO note (text) VALUES (\"" << connection.escapeString(text) << "\")";
+///     query.execute();
+///
+/// The text is sent exactly as written, in one call: nothing is escaped, quoted or terminated on
+/// the way. A Query refers to its connection and parser and owns neither; both must outlive it. It
+/// is meant for one statement: text is only ever appended, and executing again sends it all again.
+///
+/// Threads: one Query, and the connection it runs on, belong to one thread at a time.
+class KESTRO_API Query : public std::basic_ostream<char>, public virtual RefImpl {
+public:
+    /// Binds the query; nothing is sent. Without a parser, results are read and dropped.
+    /// With storeResult the whole result is transferred before the parser sees it; without, rows
+    /// reach the parser as the server sends them, and memory does not grow with their number.
+    explicit Query(Connection& connection, RowParser* parser = nullptr, bool storeResult = true);
+    Query(const Query&) = delete;
+    Query& operator=(const Query&) = delete;
+    ~Query() override;
+
+    /// A copy of the text written so far.
+    std::string sql() const;
+
+    /// Sends the text and hands its result to the parser. An empty text sends nothing.
+    ///
+    /// The statement ends at the first NUL in the text, if there is one. A text may hold several
+    /// statements where the connection allows it (enableMultipleStatementsPerQuery()); the parser
+    /// then gets the first result, and a failure of any of them is the failure of the call.
+    ///
+    /// If the statement is refused, throws DatabaseException: int parameter 4, file "Query", line
+    /// 75 with a parser and 88 without, and as string parameter the server's text, " : " and the
+    /// statement. The same exception, before anything is sent, if a write into the stream had
+    /// failed and the text is incomplete. What the parser throws passes through.
+    void execute();
+
+    /// Number and text of this query's last refused execute(), 0 and "" before one; a success does
+    /// not clear them.
+    int get_error_number() const { return m_errorNumber; }
+    std::string get_error_message() const { return m_errorMessage; }
+
+    /// The id that the most recent insert on the connection generated, whichever query ran it; 0 if
+    /// none did.
+    std::uint64_t get_lastid() const;
+
+    /// Rows changed, or delivered, by the last execute() that succeeded: the low 32 bits. 0 before.
+    std::uint32_t affectedRows() const { return m_affectedRows; }
+
+private:
+    Connection& m_connection;
+    std::stringbuf m_buffer;
+    RowParser* m_parser;
+    std::string m_errorMessage;
+    std::int32_t m_errorNumber = 0;
+    bool m_storeResult;
+    std::uint32_t m_affectedRows = 0;
+};
+
+} // namespace Kestro::Database

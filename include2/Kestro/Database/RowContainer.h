@@ -1,0 +1,131 @@
+#pragma once
+
+#include <Kestro/Api.h>
+#include <Kestro/Database/Query.h>
+#include <KestroRefcounted>
+
+#include <list>
+#include <optional>
+#include <string_view>
+
+/// How the rows of a result reach a program: a row object reads the columns it wants from one row
+/// at a time, and a parser walks the rows.
+///
+///     struct City : RowImpl {
+///         std::string name;
+///         bool parse(void* connection, void* result, void* row) override
+///         {
+///             name = column(connection, result, row, 0).value_or("");
+///             return true;
+///         }
+///     };
+///
+///     RowContainer cities;
+///     KyRowParser<City> parser(cities);
+///     Query query(connection, &parser);
+///     query << "SELECT name FROM city";
+///     query.execute();
+///     for (const Ref<RowImpl>& row : cities.rows()) {
+///         std::cout << static_cast<City&>(*row).name << '\n';
+///     }
+///
+/// Threads: rows and containers may be released on any thread; reading and filling them belongs to
+/// one thread at a time, a container counting together with its copies.
+namespace Kestro::Database {
+
+/// A row object: reads one row into its own members.
+class KESTRO_API RowImpl : public virtual RefImpl, private NonCopyable {
+public:
+    RowImpl() = default;
+    ~RowImpl() override;
+
+    /// Called once per row with the handles of the client interface. Returns true to ask for the
+    /// next row, false to stop; KyRowParser does not look at it. May throw.
+    virtual bool parse(void* connection, void* result, void* row) = 0;
+
+protected:
+    /// The value in a column of the row that parse() was called with: all its bytes, NUL among them
+    /// too, or nothing for SQL NULL and for a column that the result does not have. The bytes live
+    /// until parse() returns.
+    static std::optional<std::string_view> column(void* connection, void* result, void* row,
+                                                  int index);
+};
+
+/// A row object that reads nothing, for results of which only the number of rows matters.
+class KESTRO_API NoopRowImpl : public RowImpl {
+public:
+    ~NoopRowImpl() override;
+    bool parse(void* connection, void* result, void* row) override;
+};
+
+/// The rows that the copies of one RowContainer share.
+class KESTRO_API RowContainerImpl : public virtual RefImpl {
+public:
+    ~RowContainerImpl() override;
+
+private:
+    friend class RowContainer;
+    std::list<Ref<RowImpl>> m_rows;
+};
+
+/// Rows in the order in which they were added. Copies are shallow: they share the rows, and rows
+/// added through one are seen through all. Rows live as long as a container or a handle holds them.
+class KESTRO_API RowContainer {
+public:
+    RowContainer();
+    RowContainer(const RowContainer& other);
+    RowContainer& operator=(const RowContainer& other);
+    virtual ~RowContainer();
+
+    /// The reference lives as long as a container shares these rows.
+    const std::list<Ref<RowImpl>>& rows() const;
+    /// Appends a handle to the same row object.
+    void add(const Ref<RowImpl>& row);
+
+private:
+    RefCounted<RowContainerImpl>* m_counted;
+};
+
+/// Base of parsers that take every row of a result.
+class KESTRO_API AllRowParser : public RowParser {
+public:
+    ~AllRowParser() override;
+
+protected:
+    /// Adds one object, made by `make` with new, for every row of the result to the container. If a
+    /// row throws, those before it stay in the container.
+    static void addRows(void* connection, void* result, RowContainer& container,
+                        RowImpl* (*make)());
+};
+
+/// Makes a T for every row of the result and adds it to a container, in result order. T derives
+/// from RowImpl and has a default constructor. May be used for several queries; the container,
+/// which must outlive it, keeps growing.
+template <class T> class KESTRO_API KyRowParser : public AllRowParser {
+public:
+    explicit KyRowParser(RowContainer& container) : m_container(&container) {}
+    ~KyRowParser() override = default;
+
+    void parse(void* connection, void* result) override
+    {
+        addRows(connection, result, *m_container, []() -> RowImpl* { return new T(); });
+    }
+
+private:
+    RowContainer* m_container;
+};
+
+/// Feeds the rows of a result, in turn, to one row object of the caller's, which must outlive it,
+/// until the rows end or the object's parse() returns false.
+class KESTRO_API OneRowParser : public RowParser {
+public:
+    explicit OneRowParser(RowImpl& row) : m_row(&row) {}
+    ~OneRowParser() override;
+
+    void parse(void* connection, void* result) override;
+
+private:
+    RowImpl* m_row;
+};
+
+} // namespace Kestro::Database

@@ -1,0 +1,260 @@
+#include "Link.h"
+
+#include "Result.h"
+
+#include <db_client.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
+#include <cstring>
+#include <errmsg.h>
+#include <fcntl.h>
+#include <iterator>
+#include <memory>
+#include <mutex>
+#include <pwd.h>
+#include <unistd.h>
+#include <utility>
+
+namespace client {
+
+namespace {
+
+constexpr unsigned ConnectTimeout = 5; // seconds
+
+// Makes the session the same whatever the server's global settings are. Values are written in "..."
+// with \ escapes, so the two modes that change what these mean go, with the six combined modes that
+// bring them back, and so does the one that makes "" a NULL. Every other mode stays.
+// character_set_database is what LOAD DATA INFILE reads files in. The server reports changes of the
+// variables in session_track_system_variables, which is how unsafeSession() learns of them.
+constexpr char SessionSetup[] =
+    "SET NAMES utf8mb4, SESSION character_set_database=utf8mb4, "
+    "SESSION session_track_system_variables='character_set_client', "
+    "SESSION sql_mode=REPLACE(REPLACE(REPLACE(REPLACE(REPLACE(REPLACE(REPLACE(REPLACE(REPLACE("
+    "CONCAT(',',@@SESSION.sql_mode,','),',ANSI_QUOTES,',','),',NO_BACKSLASH_ESCAPES,',','),"
+    "',ANSI,',','),',DB2,',','),',MAXDB,',','),',MSSQL,',','),',ORACLE,',','),',POSTGRESQL,',','),"
+    "',EMPTY_STRING_IS_NULL,',',')";
+
+constexpr char MaxAllowedPacketQuery[] = "SELECT @@SESSION.max_allowed_packet";
+
+// In these a character's second byte may be a backslash or a quote.
+constexpr const char* UnsafeCharacterSets[] = {"big5", "cp932", "gbk", "sjis", "gb18030"};
+
+// Set when a link with several statements per query is closed, for the thread's next link.
+thread_local bool multipleStatementsPromised = false;
+
+void initialiseConnector()
+{
+    // mysql_library_init ignores SIGPIPE for the whole process, which is the program's to decide;
+    // the Connector's sockets do not need it.
+    struct sigaction pipeAction {};
+    sigaction(SIGPIPE, nullptr, &pipeAction);
+    mysql_library_init(0, nullptr, nullptr);
+    sigaction(SIGPIPE, &pipeAction, nullptr);
+}
+
+// Null leaves the choice to the Connector.
+const char* socketPath()
+{
+    static constexpr char SystemSocket[] = "/var/run/mysql.sock";
+    const char* named = std::getenv("MYSQL_UNIX_PORT");
+    if (named != nullptr && *named != '\0') {
+        return named;
+    }
+    return access(SystemSocket, F_OK) == 0 ? SystemSocket : nullptr;
+}
+
+// The Connector's own look-up of a null user is not safe in threads. Empty if there is no name.
+std::string loginName()
+{
+    constexpr std::size_t EntryLimit = 16384; // glibc's own buffer for a passwd entry is 1024
+    char buffer[EntryLimit];
+    passwd entry{};
+    passwd* found = nullptr;
+    getpwuid_r(geteuid(), &entry, buffer, sizeof buffer, &found);
+    return found != nullptr ? found->pw_name : "";
+}
+
+struct Close {
+    void operator()(MYSQL* mysql) const { mysql_close(mysql); }
+};
+using OwnedMysql = std::unique_ptr<MYSQL, Close>;
+
+// Opens a link with the session set up; on failure the number and text stay on the object.
+bool connect(MYSQL* mysql, const char* database, bool multipleStatements)
+{
+    const unsigned timeout = ConnectTimeout;
+    const unsigned localInfile = 0;
+    const unsigned protocol = MYSQL_PROTOCOL_SOCKET;
+    mysql_options(mysql, MYSQL_OPT_CONNECT_TIMEOUT, &timeout);
+    mysql_options(mysql, MYSQL_OPT_LOCAL_INFILE, &localInfile);
+    mysql_options(mysql, MYSQL_OPT_PROTOCOL, &protocol);
+    mysql_options(mysql, MYSQL_SET_CHARSET_NAME, "utf8mb4");
+    mysql_options(mysql, MYSQL_INIT_COMMAND, SessionSetup);
+    const std::string user = loginName();
+    if (mysql_real_connect(mysql, nullptr, user.c_str(), nullptr, database, 0, socketPath(),
+                           multipleStatements ? CLIENT_MULTI_STATEMENTS : 0) == nullptr) {
+        return false;
+    }
+    fcntl(mysql_get_socket(mysql), F_SETFD, FD_CLOEXEC);
+    return true;
+}
+
+// 0 if the server does not say; number and text are then on the object.
+unsigned long maxAllowedPacket(MYSQL* mysql)
+{
+    unsigned long limit = 0;
+    if (mysql_real_query(mysql, MaxAllowedPacketQuery, sizeof MaxAllowedPacketQuery - 1) != 0) {
+        return limit;
+    }
+    if (MYSQL_RES* result = mysql_store_result(mysql)) {
+        if (MYSQL_ROW row = mysql_fetch_row(result)) {
+            limit = std::strtoul(row[0], nullptr, 10);
+        }
+        mysql_free_result(result);
+    }
+    return limit;
+}
+
+// So that the socket, shared with the parent, is not told goodbye in the parent's name.
+void detachSocket(MYSQL* mysql)
+{
+    const int nowhere = open("/dev/null", O_RDWR | O_CLOEXEC);
+    dup2(nowhere, mysql_get_socket(mysql));
+    close(nowhere);
+}
+
+} // namespace
+
+Link::Link(MYSQL* opened, bool multipleStatementsOn, unsigned long packetLimit)
+    : mysql(opened), owner(getpid()), multipleStatements(multipleStatementsOn),
+      maxAllowedPacket(packetLimit)
+{}
+
+int Link::fail()
+{
+    return fail(static_cast<int>(mysql_errno(mysql)), mysql_error(mysql));
+}
+
+int Link::fail(int number, std::string text)
+{
+    failure = {number, std::move(text)};
+    return 1;
+}
+
+int Link::failOutOfSync()
+{
+    return fail(CR_COMMANDS_OUT_OF_SYNC,
+                "Commands out of sync; a result of this connection is still being streamed");
+}
+
+void Link::ended(std::uint64_t rows)
+{
+    affectedRows = rows;
+    if (const std::uint64_t id = mysql_insert_id(mysql)) {
+        lastId = id;
+    }
+}
+
+const char* Link::unsafeSession() const
+{
+    if ((mysql->server_status & SERVER_STATUS_NO_BACKSLASH_ESCAPES) != 0) {
+        return "the session's sql_mode has NO_BACKSLASH_ESCAPES";
+    }
+    if ((mysql->server_status & SERVER_STATUS_ANSI_QUOTES) != 0) {
+        return "the session's sql_mode has ANSI_QUOTES";
+    }
+    const char* characterSet = mysql_character_set_name(mysql);
+    const bool unsafe = std::any_of(
+        std::begin(UnsafeCharacterSets), std::end(UnsafeCharacterSets),
+        [characterSet](const char* name) { return std::strcmp(characterSet, name) == 0; });
+    return unsafe ? "in the session's character set a character may hold a quote or a backslash"
+                  : nullptr;
+}
+
+Failure& failureWithoutLink()
+{
+    thread_local Failure failure;
+    return failure;
+}
+
+int failNotConnected()
+{
+    failureWithoutLink() = {CR_SERVER_GONE_ERROR, "MySQL server has gone away (not connected)"};
+    return 1;
+}
+
+} // namespace client
+
+using client::Link;
+
+void* db_connect_unix(const char* database)
+{
+    static std::once_flag initialised;
+    std::call_once(initialised, client::initialiseConnector);
+
+    client::OwnedMysql mysql(mysql_init(nullptr));
+    if (!mysql) {
+        client::failureWithoutLink() = {CR_OUT_OF_MEMORY, "Client run out of memory"};
+        return nullptr;
+    }
+    const bool multipleStatements = client::multipleStatementsPromised;
+    const unsigned long limit = client::connect(mysql.get(), database, multipleStatements)
+                                    ? client::maxAllowedPacket(mysql.get())
+                                    : 0;
+    if (limit == 0) {
+        client::failureWithoutLink() = {static_cast<int>(mysql_errno(mysql.get())),
+                                        mysql_error(mysql.get())};
+        return nullptr;
+    }
+    client::multipleStatementsPromised = false;
+    return new Link(mysql.release(), multipleStatements, limit);
+}
+
+void db_disconnect(void* handle)
+{
+    const std::unique_ptr<Link> link(static_cast<Link*>(handle));
+    if (!link) {
+        return;
+    }
+    if (link->owner != getpid()) {
+        client::detachSocket(link->mysql);
+    }
+    if (link->stream != nullptr) {
+        link->stream->linkCloses();
+    }
+    mysql_close(link->mysql);
+    if (link->multipleStatements) {
+        client::multipleStatementsPromised = true;
+    }
+}
+
+int db_error_number(void* handle)
+{
+    return (handle != nullptr ? static_cast<Link*>(handle)->failure : client::failureWithoutLink())
+        .number;
+}
+
+const char* db_error_message(void* handle)
+{
+    return (handle != nullptr ? static_cast<Link*>(handle)->failure : client::failureWithoutLink())
+        .text.c_str();
+}
+
+int db_enable_multiple_statements_per_query(void* handle)
+{
+    auto* link = static_cast<Link*>(handle);
+    if (link == nullptr) {
+        return client::failNotConnected();
+    }
+    if (link->stream != nullptr) {
+        return link->failOutOfSync();
+    }
+    if (mysql_set_server_option(link->mysql, MYSQL_OPTION_MULTI_STATEMENTS_ON) != 0) {
+        return link->fail();
+    }
+    link->multipleStatements = true;
+    return 0;
+}

@@ -1,0 +1,151 @@
+#include "Link.h"
+#include "Result.h"
+
+#include <db_client.h>
+
+#include <cstring>
+#include <memory>
+#include <mysqld_error.h>
+#include <string>
+
+namespace client {
+
+namespace {
+
+enum class Rows { Transfer, DecideLate };
+
+// The characters that the server itself skips around a statement.
+bool isBlank(const char* text, std::size_t length)
+{
+    return std::strspn(text, " \t\n\v\f\r;") == length;
+}
+
+// 0 if the text may be sent.
+int refuse(Link& link, std::size_t length)
+{
+    if (link.stream != nullptr) {
+        return link.failOutOfSync();
+    }
+    if (length >= link.maxAllowedPacket) {
+        return link.fail(ER_NET_PACKET_TOO_LARGE,
+                         "Got a packet bigger than 'max_allowed_packet' bytes: a statement of " +
+                             std::to_string(length) + " bytes, and the server takes less than " +
+                             std::to_string(link.maxAllowedPacket) + "; it was not sent");
+    }
+    if (const char* reason = link.unsafeSession()) {
+        return link.fail(ER_WRONG_VALUE_FOR_VAR,
+                         std::string("Escaped values are not safe on this connection any more: ") +
+                             reason + "; the statement was not sent, open the connection again");
+    }
+    return 0;
+}
+
+// Reads the rows of the current result set and forgets them.
+int discardRows(Link& link)
+{
+    MYSQL_RES* rows = mysql_use_result(link.mysql);
+    std::uint64_t count = 0;
+    while (rows != nullptr && mysql_fetch_row(rows) != nullptr) {
+        ++count;
+    }
+    mysql_free_result(rows);
+    if (mysql_errno(link.mysql) != 0) {
+        return link.fail();
+    }
+    link.ended(count);
+    return 0;
+}
+
+int storeRows(Link& link, std::unique_ptr<Result>& result)
+{
+    MYSQL_RES* rows = mysql_store_result(link.mysql);
+    if (rows == nullptr) {
+        return link.fail();
+    }
+    result = std::make_unique<Result>(rows);
+    link.ended(mysql_num_rows(rows));
+    return 0;
+}
+
+// Sends the text and reads what every statement of it answers. The first result set goes to
+// `result` if there is one to fill.
+int run(Link& link, const char* text, std::unique_ptr<Result>* result, Rows rows)
+{
+    const std::size_t length = std::strlen(text);
+    if (isBlank(text, length)) {
+        link.affectedRows = 0;
+        return 0;
+    }
+    if (const int refused = refuse(link, length)) {
+        return refused;
+    }
+    if (mysql_real_query(link.mysql, text, length) != 0) {
+        return link.fail();
+    }
+    for (;;) {
+        const bool more = mysql_more_results(link.mysql) != 0;
+        if (mysql_field_count(link.mysql) == 0) {
+            link.ended(mysql_affected_rows(link.mysql));
+        } else if (result == nullptr || *result != nullptr) {
+            if (const int failed = discardRows(link)) {
+                return failed;
+            }
+        } else if (rows == Rows::DecideLate && !more) {
+            *result = std::make_unique<Result>(link);
+            return 0;
+        } else if (const int failed = storeRows(link, *result)) {
+            return failed;
+        }
+        // Only while more is promised: asked once too often, the Connector forgets the number of
+        // affected rows.
+        if (mysql_more_results(link.mysql) == 0) {
+            return 0;
+        }
+        if (mysql_next_result(link.mysql) > 0) {
+            return link.fail();
+        }
+    }
+}
+
+int query(void* handle, const char* text, void** result, Rows rows)
+{
+    if (result != nullptr) {
+        *result = nullptr;
+    }
+    if (handle == nullptr) {
+        return failNotConnected();
+    }
+    std::unique_ptr<Result> first;
+    const int failed =
+        run(*static_cast<Link*>(handle), text, result != nullptr ? &first : nullptr, rows);
+    if (failed == 0 && result != nullptr) {
+        *result = first.release();
+    }
+    return failed;
+}
+
+} // namespace
+
+} // namespace client
+
+using client::Link;
+
+int db_query(void* handle, const char* text, void** result)
+{
+    return client::query(handle, text, result, client::Rows::Transfer);
+}
+
+int db_use_query(void* handle, const char* text, void** result)
+{
+    return client::query(handle, text, result, client::Rows::DecideLate);
+}
+
+std::uint64_t db_affected_rows(void* handle)
+{
+    return handle != nullptr ? static_cast<Link*>(handle)->affectedRows : 0;
+}
+
+std::uint64_t db_lastid(void* handle)
+{
+    return handle != nullptr ? static_cast<Link*>(handle)->lastId : 0;
+}

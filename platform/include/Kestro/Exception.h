@@ -1,0 +1,96 @@
+#pragma once
+
+#include <Kestro/Api.h>
+
+#include <exception>
+#include <memory>
+#include <string>
+
+namespace Kestro {
+
+class Exception;
+
+/// What every Exception carries, and the operations on it in the order of their virtual slots.
+///
+/// It is the first base of Exception, ahead of std::exception, so that these operations keep their
+/// slots. Programs name Exception, never this class.
+class KESTRO_API ExceptionRecord {
+public:
+    virtual ~ExceptionRecord();
+
+    /// The text that the failing side gave, usually the server's own; empty if there is none.
+    /// The reference lives until the next change of this object.
+    virtual const std::string& stringParameter() const;
+    virtual void stringParameter(const std::string& text);
+
+    /// 0 for a refused connect, 1 for access through an empty handle, 4 for the library's own
+    /// failures.
+    virtual int intParameter() const;
+    virtual void intParameter(int value);
+
+    /// The source file that reports the failure, without extension; empty if none was given.
+    /// A null pointer counts as none.
+    virtual const std::string& fileName() const;
+    virtual void fileName(const std::string& name);
+    virtual void fileName(const char* name);
+
+    /// The line in that file; 0 if none was given.
+    virtual unsigned lineNumber() const;
+    virtual void lineNumber(unsigned line);
+
+    /// Keeps a copy of the exception that this one replaces, with that one's own causes.
+    virtual void cause(const Exception& replaced);
+
+    /// The exception that this one replaces. Throws Exception("cause", 1) if there is none.
+    virtual const Exception& cause() const;
+    virtual bool hasCause() const;
+
+    /// The message given at construction.
+    const std::string& message() const { return m_message; }
+
+    /// All of it in one text: message, int parameter, file and line where there are any, string
+    /// parameter, then the same of every cause, each once:
+    /// `dbDelete (4) at Connection:152: Can't drop ... <- DatabaseException (4) at Query:88: ...`
+    const std::string& asString() const { return *m_text; }
+
+protected:
+    ExceptionRecord(const std::string& message, int intParameter, const std::string& fileName,
+                    unsigned lineNumber);
+    ExceptionRecord(const ExceptionRecord&) = default;
+    ExceptionRecord& operator=(const ExceptionRecord&) = default;
+
+private:
+    void describe();
+
+    std::string m_message;
+    int m_intParameter;
+    std::string m_fileName;
+    unsigned m_lineNumber;
+    // Shared, never changed: the text may hold a whole script, and exceptions are copied when they
+    // are kept as causes or carried to other threads.
+    std::shared_ptr<const std::string> m_stringParameter;
+    std::shared_ptr<const Exception> m_cause;
+    // What asString() gives, made anew by every change, so that reading it can neither fail nor
+    // race.
+    std::shared_ptr<const std::string> m_text;
+
+    friend class Exception;
+};
+
+/// The exception of the whole library. Thrown by value, caught by reference.
+///
+/// Distinct objects may be used by distinct threads, copies of one exception too; one object may be
+/// read by several threads as long as none changes it.
+class KESTRO_API Exception : public ExceptionRecord, public std::exception {
+public:
+    explicit Exception(const std::string& message, int intParameter = 0,
+                       const std::string& fileName = "", unsigned lineNumber = 0);
+    Exception(const Exception&) = default;
+    Exception& operator=(const Exception&) = default;
+    ~Exception() override;
+
+    /// The text of asString(). The pointer lives until the object is changed or destroyed.
+    const char* what() const noexcept override;
+};
+
+} // namespace Kestro

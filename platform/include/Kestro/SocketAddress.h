@@ -1,0 +1,49 @@
+#pragma once
+
+#include <Kestro/Api.h>
+
+#include <cstdint>
+#include <string>
+
+namespace Kestro {
+
+/// An IPv4 address. A plain value: distinct objects are independent.
+class KESTRO_API IPAddress {
+public:
+    /// From a dotted quad such as "127.0.0.1": four decimal numbers of 0 to 255 without leading
+    /// zeros. Throws Exception("IPAddress", 4) with the text as string parameter for anything else.
+    explicit IPAddress(const std::string& dottedQuad);
+
+    /// The address as a number, first part highest: 0x7f000001 for 127.0.0.1.
+    std::uint32_t value() const { return m_value; }
+    /// The dotted quad.
+    std::string asString() const;
+
+    friend bool operator==(const IPAddress&, const IPAddress&) = default;
+
+private:
+    std::uint32_t m_value;
+};
+
+/// An IPv4 address and a port. A plain value: distinct objects are independent.
+class KESTRO_API SocketAddress {
+public:
+    struct INET {
+        std::uint32_t address; ///< as IPAddress::value()
+        unsigned port;
+    };
+
+    /// Throws Exception("SocketAddress", 4) with the port as string parameter if it is over 65535.
+    SocketAddress(const IPAddress& address, unsigned port);
+
+    /// Address and port as plain numbers, both in the byte order of the machine.
+    INET asINET() const { return {m_address.value(), m_port}; }
+
+    friend bool operator==(const SocketAddress&, const SocketAddress&) = default;
+
+private:
+    IPAddress m_address;
+    unsigned m_port;
+};
+
+} // namespace Kestro

@@ -1,0 +1,56 @@
+#pragma once
+
+#include <Kestro/Api.h>
+
+#include <mutex>
+#include <semaphore.h>
+
+namespace Kestro {
+
+/// A mutex that the thread which holds it may lock again; it is free after as many unlocks.
+/// Every operation may be called from any thread; unlock only by the holder.
+class KESTRO_API Mutex {
+public:
+    void lock() { m_mutex.lock(); }
+    void unlock() { m_mutex.unlock(); }
+
+private:
+    std::recursive_mutex m_mutex;
+};
+
+/// Holds a Mutex from construction to destruction. The mutex must outlive it.
+class [[nodiscard]] KESTRO_API Synchronized {
+public:
+    explicit Synchronized(Mutex& mutex) : m_lock(mutex) {}
+
+private:
+    std::lock_guard<Mutex> m_lock;
+};
+
+/// A counting semaphore. Every operation may be called from any thread.
+class KESTRO_API Semaphore {
+public:
+    /// Starts with this count. Throws Exception("Semaphore", 4) if it is over SEM_VALUE_MAX
+    /// (2,147,483,647).
+    explicit Semaphore(unsigned count);
+    Semaphore(const Semaphore&) = delete;
+    Semaphore& operator=(const Semaphore&) = delete;
+    ~Semaphore();
+
+    /// Waits until the count is above 0 and takes one from it.
+    void wait();
+    /// Takes one from the count if it is above 0 and tells whether it did. Never waits, and fails
+    /// only when the count is 0.
+    bool trywait();
+    /// Adds one to the count and wakes one waiter. Throws Exception("Semaphore", 4) if the count is
+    /// SEM_VALUE_MAX already.
+    void operator++();
+
+private:
+    sem_t m_semaphore;
+};
+
+/// Pauses the calling thread for at least the sum of both; signals do not shorten it.
+KESTRO_API void ks_usleep(unsigned microseconds, unsigned seconds);
+
+} // namespace Kestro

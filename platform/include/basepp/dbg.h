@@ -1,0 +1,22 @@
+#pragma once
+
+#include <Kestro/Api.h>
+
+#include <cstdint>
+
+/// Points at the process's debug mask: which trace lines are written. The word starts at 0, or at
+/// the number in the environment variable BASEPP_DBG_MASK (decimal, or hexadecimal after 0x), and
+/// is valid before any constructor runs. Programs may change the word and the pointer while no
+/// other thread uses the library.
+extern "C" KESTRO_API std::uint32_t* basepp_dbg_mask_;
+
+namespace basepp::dbg {
+
+/// Writes one line to standard error: file, line, function and the text made from the printf
+/// format, in one write, cut at 4096 bytes. It writes always: the caller looks at the mask first.
+/// The fourth argument is the caller's own code and is shown as given. Any thread may call it;
+/// lines of different threads do not mix. Never throws; a line that cannot be written is lost.
+[[gnu::format(printf, 5, 6)]] KESTRO_API void
+debug(const char* file, int line, const char* function, int code, const char* format, ...);
+
+} // namespace basepp::dbg
