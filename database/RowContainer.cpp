@@ -28,7 +28,7 @@ RowContainerImpl::~RowContainerImpl() = default;
 RowContainer::RowContainer() : m_counted(new RefCounted<RowContainerImpl>())
 {}
 
-RowContainer::RowContainer(const RowContainer& other) : m_counted(nullptr)
+RowContainer::RowContainer(const RowContainer& other)
 {
     RefCountedImplCopy(m_counted, other.m_counted);
 }

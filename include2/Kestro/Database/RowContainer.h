@@ -83,7 +83,7 @@ public:
     void add(const Ref<RowImpl>& row);
 
 private:
-    RefCounted<RowContainerImpl>* m_counted;
+    RefCounted<RowContainerImpl>* m_counted = nullptr;
 };
 
 /// Base of parsers that take every row of a result.
