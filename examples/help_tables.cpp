@@ -27,9 +27,10 @@ void loadHelp(Connection& connection, const std::string& path)
         throw std::runtime_error("cannot read " + path);
     }
     connection.enableMultipleStatementsPerQuery();
-    for (const std::string table :
-         {"help_topic", "help_category", "help_keyword", "help_relation"}) {
-        execute(connection, "CREATE TABLE " + table + " LIKE mysql." + table);
+    for (const char* table : {"help_topic", "help_category", "help_keyword", "help_relation"}) {
+        Query create(connection);
+        create << "CREATE TABLE " << table << " LIKE mysql." << table;
+        create.execute();
     }
     Query script(connection);
     std::size_t statements = 0;

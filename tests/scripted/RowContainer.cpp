@@ -35,7 +35,7 @@ protected:
         query << "SELECT";
         query.execute();
     }
-    std::string texts(const RowContainer& rows)
+    static std::string texts(const RowContainer& rows)
     {
         std::string all;
         for (const auto& row : rows.rows()) {

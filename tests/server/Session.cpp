@@ -124,7 +124,9 @@ private:
 
 TEST_F(Session, FailedConnectsTellTheirReasonToTheirThread)
 {
-    const std::string real = std::getenv("MYSQL_UNIX_PORT");
+    const char* const named = std::getenv("MYSQL_UNIX_PORT");
+    ASSERT_NE(named, nullptr);
+    const std::string real = named;
     const std::string silent = real + ".silent";
     const SilentSocket frozen(silent);
     const struct {
