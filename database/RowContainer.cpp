@@ -2,6 +2,8 @@
 
 #include <db_client.h>
 
+#include <utility>
+
 namespace Kestro::Database {
 
 RowImpl::~RowImpl() = default;
@@ -54,6 +56,11 @@ void RowContainer::add(const Ref<RowImpl>& row)
     m_counted->object()->m_rows.push_back(row);
 }
 
+void RowContainer::add(Ref<RowImpl>&& row)
+{
+    m_counted->object()->m_rows.push_back(std::move(row));
+}
+
 AllRowParser::~AllRowParser() = default;
 
 void AllRowParser::addRows(void* connection, void* result, RowContainer& container,
@@ -67,7 +74,7 @@ void AllRowParser::addRows(void* connection, void* result, RowContainer& contain
         Ref<RowImpl> object(make());
         void* const row = db_result_fetch_row(result, index);
         object->parse(connection, result, row);
-        container.add(object);
+        container.add(std::move(object));
     }
 }
 

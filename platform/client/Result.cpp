@@ -69,10 +69,13 @@ MYSQL_ROW Result::fetch(int index)
 
 unsigned long Result::length(int column)
 {
-    if (row == nullptr || column < 0 || column >= columns) {
+    if (column < 0 || column >= columns) {
         return 0;
     }
     if (lengths == nullptr) {
+        if (row == nullptr) {
+            return 0;
+        }
         lengths = mysql_fetch_lengths(rows);
     }
     return lengths[column];
@@ -138,6 +141,7 @@ void Result::fail(const std::string& text)
     failed = true;
     failure = text;
     row = nullptr;
+    lengths = nullptr;
     mysql_free_result(rows);
     rows = nullptr;
     link->stream = nullptr;

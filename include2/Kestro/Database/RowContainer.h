@@ -79,8 +79,9 @@ public:
 
     /// The reference lives as long as a container shares these rows.
     const std::list<Ref<RowImpl>>& rows() const;
-    /// Appends a handle to the same row object.
+    /// Appends a handle to the same row object; the second form takes the handle over.
     void add(const Ref<RowImpl>& row);
+    void add(Ref<RowImpl>&& row);
 
 private:
     RefCounted<RowContainerImpl>* m_counted = nullptr;
