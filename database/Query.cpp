@@ -1,27 +1,46 @@
 #include <Kestro/Database/Query.h>
 
+#include <Kestro/Database/QueryFile.h>
+#include <Kestro/Database/QueryLoadData.h>
+#include <Kestro/Database/QueryTableNames.h>
 #include <db_client.h>
 
+#include <fstream>
 #include <memory>
+#include <string_view>
+#include <utility>
 
 namespace Kestro::Database {
 
 namespace {
 
-// What a refused statement reports as its place, whatever the lines of this file.
-constexpr char QueryFile[] = "Query";
+// What failures report as their place, whatever the lines of this file.
+constexpr char File[] = "Query";
 constexpr unsigned LineWithParser = 75;
 constexpr unsigned LineWithoutParser = 88;
+constexpr unsigned NoDatabaseLine = 168;
+constexpr unsigned NoTableLine = 176;
+
+constexpr std::size_t BlockSize = 4096;
+constexpr std::size_t BatchLimit = 1'048'576;
+constexpr std::string_view Terminator = ";\n";
 
 struct FreeResult {
     void operator()(void* result) const { db_free_result(result); }
 };
 
-[[noreturn]] void refuse(unsigned line, const std::string& reason, const std::string& statement)
+[[noreturn]] void refuse(unsigned line, const std::string& text)
 {
-    DatabaseException refused(4, QueryFile, line);
-    refused.stringParameter(reason + " : " + statement);
+    DatabaseException refused(4, File, line);
+    refused.stringParameter(text);
     throw refused;
+}
+
+void execute(Connection& connection, const std::string& statement)
+{
+    Query query(connection, nullptr, true);
+    query << statement;
+    query.execute();
 }
 
 } // namespace
@@ -47,7 +66,7 @@ void Query::execute()
     const std::string statement = sql();
     const unsigned line = m_parser != nullptr ? LineWithParser : LineWithoutParser;
     if (fail()) {
-        refuse(line, "the statement was not written completely", statement);
+        refuse(line, "the statement was not written completely : " + statement);
     }
     if (statement.empty()) {
         return;
@@ -58,7 +77,7 @@ void Query::execute()
     if (run(handle, statement.c_str(), m_parser != nullptr ? &received : nullptr) != 0) {
         m_errorMessage = m_connection.errorMessage();
         m_errorNumber = m_connection.errorNumber();
-        refuse(line, m_errorMessage, statement);
+        refuse(line, m_errorMessage + " : " + statement);
     }
     if (m_parser != nullptr) {
         const std::unique_ptr<void, FreeResult> result(received);
@@ -72,5 +91,56 @@ std::uint64_t Query::get_lastid() const
 {
     return db_lastid(m_connection.m_handle);
 }
+
+QueryFile::QueryFile(Connection& connection, const std::string& path) : m_connection(connection)
+{
+    std::ifstream file(path);
+    char buffer[BlockSize];
+    std::string batch;
+    for (;;) {
+        file.read(buffer, sizeof buffer);
+        const std::string_view block(buffer, static_cast<std::size_t>(file.gcount()));
+        if (block.empty()) {
+            break;
+        }
+        // Only the first terminator of a block is a place to cut, and one that lies across two
+        // blocks is none.
+        const std::size_t found = block.find(Terminator);
+        const std::size_t head = found + Terminator.size();
+        if (found == std::string_view::npos || batch.size() + head <= BatchLimit) {
+            batch += block;
+        } else {
+            batch += block.substr(0, head);
+            m_statements.push_back(std::exchange(batch, std::string(block.substr(head))));
+        }
+    }
+    if (!batch.empty()) {
+        m_statements.push_back(std::move(batch));
+    }
+}
+
+void QueryFile::execute()
+{
+    for (const std::string& batch : m_statements) {
+        Query query(m_connection, nullptr, true);
+        query << batch << std::ends;
+        query.execute();
+    }
+}
+
+QueryLoadData::QueryLoadData(Connection& connection, const std::string& database,
+                             const std::string& table, const std::string& file)
+{
+    if (!connection.dbSelectIfExists(database)) {
+        refuse(NoDatabaseLine, "database not exist");
+    }
+    if (!QueryTableExists(connection, table).exists()) {
+        refuse(NoTableLine, "table not exist");
+    }
+    execute(connection, "DELETE FROM " + table + ";");
+    execute(connection, "LOAD DATA INFILE '" + file + "' REPLACE INTO TABLE " + table + ";");
+}
+
+QueryLoadData::~QueryLoadData() = default;
 
 } // namespace Kestro::Database

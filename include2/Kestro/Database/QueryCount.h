@@ -9,9 +9,10 @@
 
 namespace Kestro::Database {
 
-/// The row of a count: its first column as a number, as strtol reads it (base 10, leading blanks and
-/// a sign, up to the first character that is no digit; 0 without digits), the low 32 bits of it.
-/// NULL reads as 0. parse() throws Exception("CountRow", 4) at QueryCount:19 if there are no columns.
+/// The row of a count: its first column as a number, as strtol reads it (base 10, leading blanks
+/// and a sign, up to the first character that is no digit; 0 without digits), the low 32 bits of
+/// it. NULL reads as 0. parse() throws Exception("CountRow", 4) at QueryCount:19 if there are no
+/// columns.
 class KESTRO_API CountRow : public RowImpl {
 public:
     std::int32_t count = 0;
