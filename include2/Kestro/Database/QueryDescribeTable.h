@@ -6,6 +6,7 @@
 
 #include <list>
 #include <string>
+#include <utility>
 
 namespace Kestro::Database {
 
@@ -38,7 +39,9 @@ public:
     QueryDescribeTable(Connection& connection, const std::string& table);
     virtual ~QueryDescribeTable();
 
-    const std::list<Field>& fields() const { return m_fields; }
+    const std::list<Field>& fields() const& { return m_fields; }
+    /// By value, so that a loop may run over the fields of a temporary.
+    std::list<Field> fields() && { return std::move(m_fields); }
 
 private:
     std::list<Field> m_fields;

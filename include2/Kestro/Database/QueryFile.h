@@ -5,6 +5,7 @@
 
 #include <list>
 #include <string>
+#include <utility>
 
 namespace Kestro::Database {
 
@@ -33,7 +34,9 @@ public:
 
     /// The batches: joined, they are the file, byte for byte. Empty for an empty file and for one
     /// that could not be opened: only a look at the file itself tells which.
-    const std::list<std::string>& batches() const { return m_statements; }
+    const std::list<std::string>& batches() const& { return m_statements; }
+    /// By value, so that a loop may run over the batches of a temporary.
+    std::list<std::string> batches() && { return std::move(m_statements); }
 
 private:
     Connection& m_connection;

@@ -6,6 +6,7 @@
 
 #include <set>
 #include <string>
+#include <utility>
 
 namespace Kestro::Database {
 
@@ -28,7 +29,9 @@ public:
     /// Sends "show tables;". Throws what Query::execute() throws.
     explicit QueryTableNames(Connection& connection);
 
-    const std::set<std::string>& names() const { return m_tableNames; }
+    const std::set<std::string>& names() const& { return m_tableNames; }
+    /// By value, so that a loop may run over the names of a temporary.
+    std::set<std::string> names() && { return std::move(m_tableNames); }
 
 private:
     std::set<std::string> m_tableNames;
