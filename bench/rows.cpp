@@ -8,13 +8,13 @@
 //
 // The server is the one whose socket MYSQL_UNIX_PORT names.
 
-#include <KestroDatabase>
+#include "Measure.h"
 
+#include <KestroDatabase>
 #include <algorithm>
 #include <array>
 #include <bit>
 #include <charconv>
-#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
@@ -26,9 +26,6 @@
 #include <stdexcept>
 #include <string>
 #include <string_view>
-#include <sys/resource.h>
-#include <sys/wait.h>
-#include <unistd.h>
 #include <vector>
 
 using namespace Kestro;
@@ -230,118 +227,30 @@ std::string makeTable(int rows)
     return "SELECT id, amount, name, text, value FROM rows_" + count;
 }
 
-// What one run tells.
-struct Sample {
-    double wall; // milliseconds, as is cpu
-    double cpu;
-    double peak; // MiB
-    std::uint64_t checksum;
-};
-
-[[noreturn]] void runInChild(const Way& way, const std::string& select, int pipe)
+// The fetching ways, bound to a statement.
+std::vector<bench::Way> waysOf(const std::string& select)
 {
-    Sample sample{};
-    try {
-        const auto start = std::chrono::steady_clock::now();
-        sample.checksum = way.run(select);
-        const std::chrono::duration<double, std::milli> spent =
-            std::chrono::steady_clock::now() - start;
-        sample.wall = spent.count();
-    } catch (const std::exception& failure) {
-        std::fprintf(stderr, "%s: %s\n", way.name, failure.what());
-        _exit(1);
+    std::vector<bench::Way> ways;
+    for (const Way& way : Ways) {
+        ways.push_back({way.name, [&way, select] { return way.run(select); }});
     }
-    _exit(write(pipe, &sample, sizeof sample) == sizeof sample ? 0 : 1);
-}
-
-double milliseconds(const timeval& time)
-{
-    return static_cast<double>(time.tv_sec) * 1e3 + static_cast<double>(time.tv_usec) / 1e3;
-}
-
-// A process for every run, so that its peak of memory is the run's own.
-Sample measure(const Way& way, const std::string& select)
-{
-    int ends[2];
-    const pid_t child = pipe(ends) == 0 ? fork() : -1;
-    if (child < 0) {
-        throw std::runtime_error("cannot start a process");
-    }
-    if (child == 0) {
-        runInChild(way, select, ends[1]);
-    }
-    close(ends[1]);
-    Sample sample{};
-    const bool complete = read(ends[0], &sample, sizeof sample) == sizeof sample;
-    close(ends[0]);
-    rusage usage{};
-    if (wait4(child, nullptr, 0, &usage) != child || !complete) {
-        throw std::runtime_error(std::string(way.name) + " failed");
-    }
-    sample.cpu = milliseconds(usage.ru_utime) + milliseconds(usage.ru_stime);
-    sample.peak = static_cast<double>(usage.ru_maxrss) / 1024;
-    return sample;
-}
-
-using Samples = std::vector<Sample>;
-
-// The ways take turns, so that a slow spell of the machine hits all of them.
-std::array<Samples, Ways.size()> measureAll(const std::string& select, int rounds)
-{
-    const std::uint64_t checksum = measure(Ways.front(), select).checksum;
-    std::array<Samples, Ways.size()> all;
-    for (int round = 0; round <= rounds; ++round) {
-        for (std::size_t way = 0; way < Ways.size(); ++way) {
-            const Sample sample = measure(Ways[way], select);
-            if (sample.checksum != checksum) {
-                throw std::runtime_error(std::string(Ways[way].name) + " read other rows");
-            }
-            if (round > 0) { // round 0 warms up
-                all[way].push_back(sample);
-            }
-        }
-    }
-    return all;
-}
-
-double best(const Samples& samples, double Sample::*member)
-{
-    return std::ranges::min(samples, {}, member).*member;
-}
-
-double median(Samples samples, double Sample::*member)
-{
-    const auto middle = samples.begin() + static_cast<std::ptrdiff_t>(samples.size() / 2);
-    std::ranges::nth_element(samples, middle, {}, member);
-    return (*middle).*member;
+    return ways;
 }
 
 void compareWays(int rounds)
 {
-    const auto all = measureAll(makeTable(ManyRows), rounds);
     std::printf("%d rows, %d rounds; x: times the raw one\n", ManyRows, rounds);
-    std::printf("%-16s %9s %6s %9s %6s %9s %6s %9s\n", "way", "median ms", "x", "best ms", "x",
-                "CPU ms", "x", "peak MiB");
-    for (std::size_t way = 0; way < Ways.size(); ++way) {
-        const Samples& own = all[way];
-        const Samples& raw = all[way - way % 2];
-        const double wall = median(own, &Sample::wall);
-        const double least = best(own, &Sample::wall);
-        const double cpu = median(own, &Sample::cpu);
-        std::printf("%-16s %9.0f %6.2f %9.0f %6.2f %9.0f %6.2f %9.1f\n", Ways[way].name, wall,
-                    wall / median(raw, &Sample::wall), least, least / best(raw, &Sample::wall), cpu,
-                    cpu / median(raw, &Sample::cpu), median(own, &Sample::peak));
-    }
+    bench::compare(waysOf(makeTable(ManyRows)), rounds);
 }
 
 void compareSizes()
 {
-    const std::string few = makeTable(FewRows);
-    const std::string many = makeTable(ManyRows);
+    const auto few = waysOf(makeTable(FewRows));
+    const auto many = waysOf(makeTable(ManyRows));
     std::printf("\npeak MiB, streamed\n%-16s %9d rows %9d rows\n", "way", FewRows, ManyRows);
-    for (const Way& way : {Ways[2], Ways[3]}) {
-        std::printf("%-16s %14.1f %14.1f\n", way.name, measure(way, few).peak,
-                    measure(way, many).peak);
+    for (const std::size_t way : {2U, 3U}) {
+        std::printf("%-16s %14.1f %14.1f\n", few[way].name.c_str(), bench::measure(few[way]).peak,
+                    bench::measure(many[way]).peak);
     }
 }
 

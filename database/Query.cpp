@@ -6,6 +6,7 @@
 #include <db_client.h>
 
 #include <fstream>
+#include <locale>
 #include <memory>
 #include <string_view>
 #include <utility>
@@ -20,6 +21,8 @@ constexpr unsigned LineWithParser = 75;
 constexpr unsigned LineWithoutParser = 88;
 constexpr unsigned NoDatabaseLine = 168;
 constexpr unsigned NoTableLine = 176;
+
+constexpr int UnknownError = 2000; // the client interface's number for a failure without another
 
 constexpr std::size_t BlockSize = 4096;
 constexpr std::size_t BatchLimit = 1'048'576;
@@ -52,6 +55,8 @@ Query::Query(Connection& connection, RowParser* parser, bool storeResult)
       m_storeResult(storeResult)
 {
     rdbuf(&m_buffer);
+    // SQL's numbers know no grouping, whatever the program's global locale.
+    imbue(std::locale::classic());
 }
 
 Query::~Query() = default;
@@ -63,25 +68,37 @@ std::string Query::sql() const
 
 void Query::execute()
 {
-    const std::string statement = sql();
-    const unsigned line = m_parser != nullptr ? LineWithParser : LineWithoutParser;
-    if (fail()) {
-        refuse(line, "the statement was not written completely : " + statement);
+    // The client takes a NUL-terminated text: one that has a NUL at its end, as a script's batch
+    // has, need not be copied for it.
+    std::string copy;
+    std::string_view statement = m_buffer.view();
+    if (!statement.ends_with('\0')) {
+        copy = statement;
+        statement = copy;
     }
+    const unsigned line = m_parser != nullptr ? LineWithParser : LineWithoutParser;
     if (statement.empty()) {
         return;
+    }
+    if (fail()) {
+        m_errorMessage = "the statement was not written completely";
+        m_errorNumber = UnknownError;
+        refuse(line, (m_errorMessage + " : ").append(statement));
     }
     void* const handle = m_connection.m_handle;
     const auto run = m_storeResult ? db_query : db_use_query;
     void* received = nullptr;
-    if (run(handle, statement.c_str(), m_parser != nullptr ? &received : nullptr) != 0) {
-        m_errorMessage = m_connection.errorMessage();
-        m_errorNumber = m_connection.errorNumber();
-        refuse(line, m_errorMessage + " : " + statement);
-    }
-    if (m_parser != nullptr) {
+    const int failed = run(handle, statement.data(), m_parser != nullptr ? &received : nullptr);
+    {
         const std::unique_ptr<void, FreeResult> result(received);
-        m_parser->parse(handle, result.get());
+        if (failed != 0) {
+            m_errorMessage = m_connection.errorMessage();
+            m_errorNumber = m_connection.errorNumber();
+            refuse(line, (m_errorMessage + " : ").append(statement));
+        }
+        if (m_parser != nullptr) {
+            m_parser->parse(handle, received);
+        }
     }
     // Not `handle`: the parser may have reopened the connection.
     m_affectedRows = static_cast<std::uint32_t>(db_affected_rows(m_connection.m_handle));
@@ -98,6 +115,8 @@ QueryFile::QueryFile(Connection& connection, const std::string& path) : m_connec
     char buffer[BlockSize];
     std::string batch;
     for (;;) {
+        // What a batch comes to in a file of ordinary lines: no copy, and no memory to spare.
+        batch.reserve(BatchLimit + BlockSize);
         file.read(buffer, sizeof buffer);
         const std::string_view block(buffer, static_cast<std::size_t>(file.gcount()));
         if (block.empty()) {

@@ -5,18 +5,21 @@
 #include <db_client.h>
 
 #include <algorithm>
-#include <cerrno>
+#include <atomic>
 #include <csignal>
 #include <cstdlib>
-#include <cstring>
 #include <errmsg.h>
 #include <fcntl.h>
-#include <iterator>
 #include <memory>
 #include <mutex>
+#include <mysqld_error.h>
+#include <pthread.h>
 #include <pwd.h>
+#include <string_view>
+#include <sys/socket.h>
 #include <unistd.h>
 #include <utility>
+#include <vector>
 
 namespace client {
 
@@ -27,20 +30,23 @@ constexpr unsigned ConnectTimeout = 5; // seconds
 // Makes the session the same whatever the server's global settings are. Values are written in "..."
 // with \ escapes, so the two modes that change what these mean go, with the six combined modes that
 // bring them back, and so does the one that makes "" a NULL. Every other mode stays.
-// character_set_database is what LOAD DATA INFILE reads files in. The server reports changes of the
-// variables in session_track_system_variables, which is how unsafeSession() learns of them.
+// character_set_database is what LOAD DATA INFILE reads files in. The two session_track variables
+// have the server report that a statement changed the session, or stopped these reports.
 constexpr char SessionSetup[] =
     "SET NAMES utf8mb4, SESSION character_set_database=utf8mb4, "
-    "SESSION session_track_system_variables='character_set_client', "
+    "SESSION session_track_state_change=1, "
+    "SESSION session_track_system_variables='session_track_state_change', "
     "SESSION sql_mode=REPLACE(REPLACE(REPLACE(REPLACE(REPLACE(REPLACE(REPLACE(REPLACE(REPLACE("
     "CONCAT(',',@@SESSION.sql_mode,','),',ANSI_QUOTES,',','),',NO_BACKSLASH_ESCAPES,',','),"
     "',ANSI,',','),',DB2,',','),',MAXDB,',','),',MSSQL,',','),',ORACLE,',','),',POSTGRESQL,',','),"
     "',EMPTY_STRING_IS_NULL,',',')";
 
-constexpr char MaxAllowedPacketQuery[] = "SELECT @@SESSION.max_allowed_packet";
-
 // In these a character's second byte may be a backslash or a quote.
-constexpr const char* UnsafeCharacterSets[] = {"big5", "cp932", "gbk", "sjis", "gb18030"};
+constexpr std::string_view UnsafeCharacterSets[] = {"big5", "cp932", "gbk", "sjis", "gb18030"};
+constexpr std::string_view UnsafeModes[] = {"ANSI_QUOTES", "NO_BACKSLASH_ESCAPES"};
+
+// Counts the forks between the first process and this one.
+std::atomic<unsigned> currentGeneration{0};
 
 // Set when a link with several statements per query is closed, for the thread's next link.
 thread_local bool multipleStatementsPromised = false;
@@ -53,6 +59,7 @@ void initialiseConnector()
     sigaction(SIGPIPE, nullptr, &pipeAction);
     mysql_library_init(0, nullptr, nullptr);
     sigaction(SIGPIPE, &pipeAction, nullptr);
+    pthread_atfork(nullptr, nullptr, [] { ++currentGeneration; });
 }
 
 // Null leaves the choice to the Connector.
@@ -102,39 +109,32 @@ bool connect(MYSQL* mysql, const char* database, bool multipleStatements)
     return true;
 }
 
-// 0 if the server does not say; number and text are then on the object.
-unsigned long maxAllowedPacket(MYSQL* mysql)
+// The values of the only row; empty if the statement fails, as the object tells.
+std::vector<std::string> queryRow(MYSQL* mysql, std::string_view text)
 {
-    unsigned long limit = 0;
-    if (mysql_real_query(mysql, MaxAllowedPacketQuery, sizeof MaxAllowedPacketQuery - 1) != 0) {
-        return limit;
+    std::vector<std::string> values;
+    if (mysql_real_query(mysql, text.data(), text.size()) != 0) {
+        return values;
     }
     if (MYSQL_RES* result = mysql_store_result(mysql)) {
         if (MYSQL_ROW row = mysql_fetch_row(result)) {
-            limit = std::strtoul(row[0], nullptr, 10);
+            values.assign(row, row + mysql_num_fields(result));
         }
         mysql_free_result(result);
     }
-    return limit;
-}
-
-// So that the socket, shared with the parent, is not told goodbye in the parent's name.
-void detachSocket(MYSQL* mysql)
-{
-    const int nowhere = open("/dev/null", O_RDWR | O_CLOEXEC);
-    dup2(nowhere, mysql_get_socket(mysql));
-    close(nowhere);
+    return values;
 }
 
 } // namespace
 
 Link::Link(MYSQL* opened, bool multipleStatementsOn, unsigned long packetLimit)
-    : mysql(opened), owner(getpid()), multipleStatements(multipleStatementsOn),
+    : mysql(opened), generation(currentGeneration), multipleStatements(multipleStatementsOn),
       maxAllowedPacket(packetLimit)
 {}
 
 int Link::fail()
 {
+    sessionKnown = false;
     return fail(static_cast<int>(mysql_errno(mysql)), mysql_error(mysql));
 }
 
@@ -156,22 +156,57 @@ void Link::ended(std::uint64_t rows)
     if (const std::uint64_t id = mysql_insert_id(mysql)) {
         lastId = id;
     }
+    if ((mysql->server_status & SERVER_SESSION_STATE_CHANGED) != 0) {
+        sessionKnown = false;
+    }
 }
 
-const char* Link::unsafeSession() const
+int Link::checkSession()
 {
-    if ((mysql->server_status & SERVER_STATUS_NO_BACKSLASH_ESCAPES) != 0) {
-        return "the session's sql_mode has NO_BACKSLASH_ESCAPES";
+    if (sessionKnown) {
+        return 0;
     }
-    if ((mysql->server_status & SERVER_STATUS_ANSI_QUOTES) != 0) {
-        return "the session's sql_mode has ANSI_QUOTES";
+    const std::vector<std::string> session = queryRow(
+        mysql, "SELECT @@SESSION.sql_mode, @@character_set_client, @@session_track_state_change");
+    if (session.empty()) {
+        return fail();
     }
-    const char* characterSet = mysql_character_set_name(mysql);
-    const bool unsafe = std::any_of(
-        std::begin(UnsafeCharacterSets), std::end(UnsafeCharacterSets),
-        [characterSet](const char* name) { return std::strcmp(characterSet, name) == 0; });
-    return unsafe ? "in the session's character set a character may hold a quote or a backslash"
-                  : nullptr;
+    const auto refuse = [this](const std::string& reason) {
+        return fail(ER_WRONG_VALUE_FOR_VAR,
+                    "Escaped values are not safe on this connection any more: " + reason +
+                        "; the statement was not sent, open the connection again");
+    };
+    for (const std::string_view mode : UnsafeModes) {
+        if (session[0].find(mode) != std::string::npos) {
+            return refuse("the session's sql_mode has " + std::string(mode));
+        }
+    }
+    if (std::ranges::count(UnsafeCharacterSets, session[1]) > 0) {
+        return refuse("a character of the session's character set " + session[1] +
+                      " may hold a quote or a backslash");
+    }
+    if (session[2] != "1") {
+        return refuse("session_track_state_change was switched off");
+    }
+    sessionKnown = true;
+    return 0;
+}
+
+bool Link::ofParent() const
+{
+    return generation != currentGeneration;
+}
+
+void Link::detachSocket()
+{
+    const int own = mysql_get_socket(mysql);
+    const int nowhere = open("/dev/null", O_RDWR | O_CLOEXEC);
+    if (nowhere < 0) {
+        close(own);
+        return;
+    }
+    dup2(nowhere, own);
+    close(nowhere);
 }
 
 Failure& failureWithoutLink()
@@ -201,16 +236,17 @@ void* db_connect_unix(const char* database)
         return nullptr;
     }
     const bool multipleStatements = client::multipleStatementsPromised;
-    const unsigned long limit = client::connect(mysql.get(), database, multipleStatements)
-                                    ? client::maxAllowedPacket(mysql.get())
-                                    : 0;
-    if (limit == 0) {
+    std::vector<std::string> limit;
+    if (client::connect(mysql.get(), database, multipleStatements)) {
+        limit = client::queryRow(mysql.get(), "SELECT @@SESSION.max_allowed_packet");
+    }
+    if (limit.empty()) {
         client::failureWithoutLink() = {static_cast<int>(mysql_errno(mysql.get())),
                                         mysql_error(mysql.get())};
         return nullptr;
     }
     client::multipleStatementsPromised = false;
-    return new Link(mysql.release(), multipleStatements, limit);
+    return new Link(mysql.release(), multipleStatements, std::stoul(limit.front()));
 }
 
 void db_disconnect(void* handle)
@@ -219,10 +255,12 @@ void db_disconnect(void* handle)
     if (!link) {
         return;
     }
-    if (link->owner != getpid()) {
-        client::detachSocket(link->mysql);
+    if (link->ofParent()) {
+        link->detachSocket();
     }
     if (link->stream != nullptr) {
+        // The rest of the rows is not waited for.
+        shutdown(mysql_get_socket(link->mysql), SHUT_RDWR);
         link->stream->linkCloses();
     }
     mysql_close(link->mysql);

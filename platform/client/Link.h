@@ -3,7 +3,6 @@
 #include <cstdint>
 #include <mysql.h>
 #include <string>
-#include <sys/types.h>
 
 namespace client {
 
@@ -18,9 +17,10 @@ struct Failure {
 /// What a connection handle points at: one link to the server and what was promised for it.
 struct Link {
     MYSQL* mysql;
-    pid_t owner; ///< the process that opened it; another one is a child after fork
+    unsigned generation; ///< of the process that opened it, see ofParent()
     bool multipleStatements;
     unsigned long maxAllowedPacket; ///< the server's limit, bytes
+    bool sessionKnown = true;       ///< nothing may have changed the session since it was looked at
     Result* stream = nullptr;       ///< the result whose rows still stand on the link, or null
     Failure failure;
     std::uint64_t affectedRows = 0;
@@ -29,7 +29,8 @@ struct Link {
     Link(MYSQL* opened, bool multipleStatementsOn, unsigned long packetLimit);
 
     /// Keeps the Connector's number and text as the link's failure; returns 1, what a failed call
-    /// returns.
+    /// returns. The session counts as unknown: the server does not tell what a statement changed
+    /// before it failed.
     int fail();
     /// Keeps a failure of this layer's own; returns 1.
     int fail(int number, std::string text);
@@ -38,8 +39,13 @@ struct Link {
     /// Keeps what the statement that just ended leaves behind: its rows and the id it generated.
     void ended(std::uint64_t rows);
 
-    /// Why no statement may be sent on the link now, or null.
-    const char* unsafeSession() const;
+    /// 0 if escaped values are safe in the session as it is now; asks the server if the session may
+    /// have changed.
+    int checkSession();
+    /// Whether this process is a child of the one that opened the link: its socket is not ours.
+    bool ofParent() const;
+    /// Lets go of the socket without a word to the server.
+    void detachSocket();
 };
 
 /// The failure kept for this thread in the place of a link's.

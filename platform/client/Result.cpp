@@ -20,6 +20,9 @@ Result::Result(Link& pending)
 
 Result::~Result()
 {
+    if (link != nullptr && link->ofParent()) {
+        link->detachSocket();
+    }
     if (link != nullptr && rows == nullptr) {
         rows = mysql_use_result(link->mysql);
     }

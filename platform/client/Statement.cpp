@@ -4,6 +4,7 @@
 #include <db_client.h>
 
 #include <cstring>
+#include <errmsg.h>
 #include <memory>
 #include <mysqld_error.h>
 #include <string>
@@ -27,6 +28,10 @@ bool isBlank(const char* text, std::size_t length)
 // 0 if the text may be sent.
 int refuse(Link& link, std::size_t length)
 {
+    if (link.ofParent()) {
+        return link.fail(CR_SERVER_GONE_ERROR,
+                         "MySQL server has gone away (the connection is the parent process's)");
+    }
     if (link.stream != nullptr) {
         return link.failOutOfSync();
     }
@@ -36,12 +41,7 @@ int refuse(Link& link, std::size_t length)
                              std::to_string(length) + " bytes is too long for max_allowed_packet=" +
                              std::to_string(link.maxAllowedPacket) + "; it was not sent");
     }
-    if (const char* reason = link.unsafeSession()) {
-        return link.fail(ER_WRONG_VALUE_FOR_VAR,
-                         std::string("Escaped values are not safe on this connection any more: ") +
-                             reason + "; the statement was not sent, open the connection again");
-    }
-    return 0;
+    return link.checkSession();
 }
 
 // Reads the rows of the current result set and forgets them.
