@@ -33,7 +33,8 @@ extern "C" {
 KESTRO_API void* db_connect_unix(const char* database);
 
 /// Closes the link and frees the handle. In a child process after fork it leaves the parent's link
-/// alone. A result that is still being streamed ends here: its next fetch throws.
+/// alone. A result that is still being streamed ends here, without waiting for its other rows: its
+/// next fetch throws.
 ///
 /// If several statements per query were allowed on the link, the next link that the same thread
 /// opens allows them too, so that a connection that reopens itself keeps what it was promised.
@@ -73,7 +74,9 @@ KESTRO_API int db_enable_multiple_statements_per_query(void* handle);
 /// A text of blanks and semicolons succeeds: nothing is sent. These are refused without being sent,
 /// and the link lives: a text longer than the server's max_allowed_packet (1153), and any text
 /// after the session's sql_mode or character set was changed so that escaped values are no longer
-/// safe (1231). A null handle fails with 2006.
+/// safe (1231). To know the latter, the session is looked at before the next statement whenever one
+/// failed or the server told that one changed the session. A null handle fails with 2006, and so
+/// does, in a child process after fork, a link of the parent's.
 KESTRO_API int db_query(void* handle, const char* text, void** result);
 KESTRO_API int db_use_query(void* handle, const char* text, void** result);
 

@@ -13,6 +13,7 @@ namespace Kestro::Database {
 /// The library's own exception: its message is always "DatabaseException".
 class KESTRO_API DatabaseException : public Exception {
 public:
+    /// The three are told by the operations of the same names.
     explicit DatabaseException(int intParameter = 0, const std::string& fileName = "",
                                unsigned lineNumber = 0);
     DatabaseException(const DatabaseException&) = default;
@@ -46,8 +47,10 @@ public:
     static void defaultAddress(const SocketAddress& address);
 
     /// Waits until the local server accepts a connection to its database "mysql" and returns true,
-    /// or returns false when this many seconds are over. It tries at once and then every 3 seconds;
-    /// 0 seconds try nothing. The address is not consulted. Any thread may call it.
+    /// or returns false when this many seconds are over. It tries at once and then pauses for 3
+    /// seconds after each failure, so false may come up to 3 seconds late, and 5 more with a server
+    /// that does not answer; 0 seconds try nothing. An account without any right in "mysql" is
+    /// refused there and gets false. The address is not consulted. Any thread may call it.
     static bool waitUntilServerReady(const SocketAddress& address, unsigned seconds);
 
     /// Opens the link on the database; "" selects none. The other arguments are kept for callers
@@ -65,15 +68,21 @@ public:
     void connect();
     /// Closes the link if one is open.
     void disconnect();
-    /// Connected or Disconnected. A link that the server has dropped still counts as connected.
+    /// Connected or Disconnected. A link that the server has dropped still counts as connected:
+    /// its statements fail with 2006 or 2013 until disconnect() and connect(), or dbSelect(), open
+    /// it again.
     std::int32_t state() const { return m_state; }
 
-    /// Lets one query text carry several statements; that lasts when the connection reopens itself.
-    /// Returns 0, or another value on failure.
+    /// Lets one query text carry several statements. Returns 0, or another value on failure.
+    ///
+    /// It lasts when the connection reopens itself on the same thread: the next link that a thread
+    /// opens after closing such a one inherits it. So does another Connection that the thread opens
+    /// after destroying this one; that one may carry several statements too.
     int enableMultipleStatementsPerQuery();
 
     /// Number and text of the last failure on the link, 0 and "" if there was none; a success does
-    /// not clear them. While disconnected: of this thread's last failed connect.
+    /// not clear them. While disconnected: of this thread's last failed connect, or statement
+    /// without a link, whichever object it was made through.
     int errorNumber() const;
     std::string errorMessage() const;
 

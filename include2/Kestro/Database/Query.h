@@ -33,15 +33,18 @@ public:
 ///     query.execute();
 ///
 /// The text is sent exactly as written, in one call: nothing is escaped, quoted or terminated on
-/// the way. A Query refers to its connection and parser and owns neither; both must outlive it. It
-/// is meant for one statement: text is only ever appended, and executing again sends it all again.
+/// the way. Numbers are written in the classic locale. A Query refers to its connection and parser
+/// and owns neither; both must outlive it. It is meant for one statement: text is only ever
+/// appended, and executing again sends it all again.
 ///
 /// Threads: one Query, and the connection it runs on, belong to one thread at a time.
 class KESTRO_API Query : public std::basic_ostream<char>, public virtual RefImpl {
 public:
     /// Binds the query; nothing is sent. Without a parser, results are read and dropped.
-    /// With storeResult the whole result is transferred before the parser sees it; without, rows
-    /// reach the parser as the server sends them, and memory does not grow with their number.
+    /// With storeResult the whole result is transferred before the parser sees it. Without, a
+    /// parser that asks for rows one by one, as OneRowParser does, gets them as the server sends
+    /// them, and memory does not grow with their number; for one that asks for their number first,
+    /// as KyRowParser does, the result is transferred all the same.
     explicit Query(Connection& connection, RowParser* parser = nullptr, bool storeResult = true);
     Query(const Query&) = delete;
     Query& operator=(const Query&) = delete;
@@ -59,11 +62,13 @@ public:
     /// If the statement is refused, throws DatabaseException: int parameter 4, file "Query", line
     /// 75 with a parser and 88 without, and as string parameter the server's text, " : " and the
     /// statement. The same exception, before anything is sent, if a write into the stream had
-    /// failed and the text is incomplete. What the parser throws passes through.
+    /// failed and the text is incomplete. What the parser throws passes through, and so does
+    /// Exception("db_result_fetch_row", 4), with the server's text, if the link is lost while rows
+    /// are streamed.
     void execute();
 
     /// Number and text of this query's last refused execute(), 0 and "" before one; a success does
-    /// not clear them.
+    /// not clear them, and an exception out of the parser does not set them.
     int get_error_number() const { return m_errorNumber; }
     std::string get_error_message() const { return m_errorMessage; }
 

@@ -55,6 +55,7 @@ protected:
 class KESTRO_API NoopRowImpl : public RowImpl {
 public:
     ~NoopRowImpl() override;
+    /// True.
     bool parse(void* connection, void* result, void* row) override;
 };
 
@@ -72,6 +73,7 @@ private:
 /// added through one are seen through all. Rows live as long as a container or a handle holds them.
 class KESTRO_API RowContainer {
 public:
+    /// Empty, and shared with none.
     RowContainer();
     RowContainer(const RowContainer& other);
     RowContainer& operator=(const RowContainer& other);

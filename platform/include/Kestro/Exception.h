@@ -38,7 +38,8 @@ public:
     virtual unsigned lineNumber() const;
     virtual void lineNumber(unsigned line);
 
-    /// Keeps a copy of the exception that this one replaces, with that one's own causes.
+    /// Keeps a copy of the exception that this one replaces, with that one's own causes. The copy
+    /// is a plain Exception: what a derived class adds is lost.
     virtual void cause(const Exception& replaced);
 
     /// The exception that this one replaces. Throws Exception("cause", 1) if there is none.
@@ -83,6 +84,7 @@ private:
 /// read by several threads as long as none changes it.
 class KESTRO_API Exception : public ExceptionRecord, public std::exception {
 public:
+    /// The four are told by the operations of the same names.
     explicit Exception(const std::string& message, int intParameter = 0,
                        const std::string& fileName = "", unsigned lineNumber = 0);
     Exception(const Exception&) = default;
