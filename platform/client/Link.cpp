@@ -13,6 +13,7 @@
 #include <memory>
 #include <mutex>
 #include <mysqld_error.h>
+#include <poll.h>
 #include <pthread.h>
 #include <pwd.h>
 #include <string_view>
@@ -26,6 +27,7 @@ namespace client {
 namespace {
 
 constexpr unsigned ConnectTimeout = 5; // seconds
+constexpr int NoTimeout = -1;          // of poll
 
 // Makes the session the same whatever the server's global settings are. Values are written in "..."
 // with \ escapes, so the two modes that change what these mean go, with the six combined modes that
@@ -73,7 +75,8 @@ const char* socketPath()
     return access(SystemSocket, F_OK) == 0 ? SystemSocket : nullptr;
 }
 
-// The Connector's own look-up of a null user is not safe in threads. Empty if there is no name.
+// The Connector's own look-up of a null user is not safe in threads, and for a user without a name
+// it takes what the environment says: the number stands in for a name then.
 std::string loginName()
 {
     constexpr std::size_t EntryLimit = 16384; // glibc's own buffer for a passwd entry is 1024
@@ -81,7 +84,7 @@ std::string loginName()
     passwd entry{};
     passwd* found = nullptr;
     getpwuid_r(geteuid(), &entry, buffer, sizeof buffer, &found);
-    return found != nullptr ? found->pw_name : "";
+    return found != nullptr ? found->pw_name : std::to_string(geteuid());
 }
 
 struct Close {
@@ -109,11 +112,16 @@ bool connect(MYSQL* mysql, const char* database, bool multipleStatements)
     return true;
 }
 
-// The values of the only row; empty if the statement fails, as the object tells.
-std::vector<std::string> queryRow(MYSQL* mysql, std::string_view text)
+// The values of the only row; empty if the statement fails, as the object tells, or is not answered
+// within the timeout, in milliseconds, -1 for none.
+std::vector<std::string> queryRow(MYSQL* mysql, std::string_view text, int timeout)
 {
     std::vector<std::string> values;
-    if (mysql_real_query(mysql, text.data(), text.size()) != 0) {
+    if (mysql_send_query(mysql, text.data(), text.size()) != 0) {
+        return values;
+    }
+    pollfd socket{mysql_get_socket(mysql), POLLIN, 0};
+    if (poll(&socket, 1, timeout) == 0 || mysql_read_query_result(mysql) != 0) {
         return values;
     }
     if (MYSQL_RES* result = mysql_store_result(mysql)) {
@@ -167,7 +175,8 @@ int Link::checkSession()
         return 0;
     }
     const std::vector<std::string> session = queryRow(
-        mysql, "SELECT @@SESSION.sql_mode, @@character_set_client, @@session_track_state_change");
+        mysql, "SELECT @@SESSION.sql_mode, @@character_set_client, @@session_track_state_change",
+        NoTimeout);
     if (session.empty()) {
         return fail();
     }
@@ -238,11 +247,14 @@ void* db_connect_unix(const char* database)
     const bool multipleStatements = client::multipleStatementsPromised;
     std::vector<std::string> limit;
     if (client::connect(mysql.get(), database, multipleStatements)) {
-        limit = client::queryRow(mysql.get(), "SELECT @@SESSION.max_allowed_packet");
+        limit = client::queryRow(mysql.get(), "SELECT @@SESSION.max_allowed_packet",
+                                 static_cast<int>(client::ConnectTimeout) * 1000);
     }
     if (limit.empty()) {
-        client::failureWithoutLink() = {static_cast<int>(mysql_errno(mysql.get())),
-                                        mysql_error(mysql.get())};
+        const auto number = static_cast<int>(mysql_errno(mysql.get()));
+        client::failureWithoutLink() =
+            number != 0 ? client::Failure{number, mysql_error(mysql.get())}
+                        : client::Failure{CR_SERVER_LOST, "Lost connection to server: no answer"};
         return nullptr;
     }
     client::multipleStatementsPromised = false;

@@ -1,0 +1,86 @@
+#include <Kestro/TableMap/KYDatabase.h>
+
+#include <basepp/dbg.h>
+
+namespace Kestro {
+
+namespace {
+
+constexpr char SystemDatabase[] = "mysql";
+
+// What the trace line gives as its place, whatever the lines of this file.
+constexpr char TraceFile[] = "KYDatabase";
+constexpr int TraceLine = 37;
+constexpr char TraceFunction[] = "Query_real";
+constexpr std::uint32_t TraceMask = 0x80008;
+
+} // namespace
+
+KYDBDatabase::KYDBDatabase() : m_connection(SystemDatabase)
+{}
+
+KYDBDatabase::KYDBDatabase(const SocketAddress& address) : m_connection(address, SystemDatabase)
+{}
+
+void KYDBDatabase::selectDB(const std::string& database)
+{
+    const Synchronized lock(m_mutex);
+    m_connection.enableMultipleStatementsPerQuery();
+    m_multipleStatements = true;
+    if (!m_connection.dbSelectIfExists(database)) {
+        m_connection.dbCreate(database);
+    }
+}
+
+int KYDBDatabase::Query_real(Database::Query& query)
+{
+    std::string failure;
+    {
+        const Synchronized lock(m_mutex);
+        try {
+            if (m_connection.state() != Database::Connection::Connected) {
+                m_connection.connect();
+                // The thread that closed the link may have been another one.
+                if (m_multipleStatements) {
+                    m_connection.enableMultipleStatementsPerQuery();
+                }
+            }
+            query.execute();
+            return 0;
+        } catch (const Exception& e) {
+            m_errorMessage = query.get_error_message();
+            m_errorNumber = query.get_error_number();
+            failure = e.asString();
+        }
+    }
+    if ((*basepp_dbg_mask_ & TraceMask) == TraceMask) {
+        basepp::dbg::debug(TraceFile, TraceLine, TraceFunction, 0, "%s", failure.c_str());
+    }
+    return -1;
+}
+
+int KYDBDatabase::Query(Database::Query& query)
+{
+    return Query_real(query);
+}
+
+int KYDBDatabase::Query(const std::string& sql, Database::RowParser* parser)
+{
+    Database::Query query(m_connection, parser, true);
+    query << sql;
+    return Query_real(query);
+}
+
+int KYDBDatabase::get_error_number() const
+{
+    const Synchronized lock(m_mutex);
+    return m_errorNumber;
+}
+
+std::string KYDBDatabase::get_error_message() const
+{
+    const Synchronized lock(m_mutex);
+    return m_errorMessage;
+}
+
+} // namespace Kestro

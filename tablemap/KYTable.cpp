@@ -1,0 +1,636 @@
+#include <Kestro/TableMap/KYDBKeyVarMap.h>
+#include <Kestro/TableMap/KYDBTable.h>
+#include <Kestro/TableMap/KYVarRef.h>
+
+#include <db_client.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <locale>
+#include <ostream>
+#include <sstream>
+#include <stdexcept>
+#include <type_traits>
+#include <utility>
+
+namespace {
+
+void appendEscaped(std::string& out, const char* text, std::size_t length)
+{
+    const std::size_t used = out.size();
+    out.resize(used + 2 * length + 1);
+    db_escape_string(nullptr, out.data() + used, text, length);
+    out.resize(used + std::strlen(out.data() + used));
+}
+
+} // namespace
+
+std::string kydb_escape_string(const std::string& text)
+{
+    std::string escaped;
+    appendEscaped(escaped, text.data(), text.size());
+    return escaped;
+}
+
+int string2list(std::list<std::string>& out, const std::string& text, char separator,
+                bool skip_empty)
+{
+    if (text.empty()) {
+        return 0;
+    }
+    for (std::size_t start = 0, end = 0; end != std::string::npos; start = end + 1) {
+        end = text.find(separator, start);
+        std::string piece = text.substr(start, end == std::string::npos ? end : end - start);
+        if (!skip_empty || !piece.empty()) {
+            out.push_back(std::move(piece));
+        }
+    }
+    return static_cast<int>(out.size());
+}
+
+namespace Kestro {
+
+namespace {
+
+const std::string& noMark()
+{
+    static const std::string mark;
+    return mark;
+}
+
+const std::string& doubleQuote()
+{
+    static const std::string mark = "\"";
+    return mark;
+}
+
+} // namespace
+
+VarRefBase::~VarRefBase() = default;
+
+std::ostream& VarRefBase::streamout(std::ostream& os) const
+{
+    return os;
+}
+
+const std::string& VarRefBase::quotation() const
+{
+    return noMark();
+}
+
+bool VarRefBase::empty() const
+{
+    return true;
+}
+
+void VarRefBase::append(std::string& text) const
+{
+    std::ostringstream stream;
+    stream.imbue(std::locale::classic());
+    streamout(stream);
+    text += stream.view();
+}
+
+void VarRefBase::assign(const char* text)
+{
+    if (text != nullptr) {
+        assign(std::string(text));
+    }
+}
+
+template <class T> std::ostream& KYVarRefT<T>::streamout(std::ostream& os) const
+{
+    if constexpr (std::is_integral_v<T>) {
+        return os << *m_var;
+    } else {
+        return os << kydb_escape_string(*m_var);
+    }
+}
+
+template <class T> const std::string& KYVarRefT<T>::quotation() const
+{
+    return std::is_integral_v<T> ? VarRefBase::quotation() : doubleQuote();
+}
+
+template <class T> bool KYVarRefT<T>::empty() const
+{
+    if constexpr (std::is_integral_v<T>) {
+        return VarRefBase::empty();
+    } else {
+        return m_var->empty();
+    }
+}
+
+template <class T> void KYVarRefT<T>::assign(const std::string& text)
+{
+    if constexpr (std::is_integral_v<T>) {
+        *m_var = static_cast<T>(std::strtol(text.c_str(), nullptr, 10));
+    } else {
+        *m_var = text;
+    }
+}
+
+template <class T> VarRefBase* KYVarRefT<T>::dup() const
+{
+    return new KYVarRefT(*this);
+}
+
+template <class T> void KYVarRefT<T>::append(std::string& text) const
+{
+    if constexpr (std::is_integral_v<T>) {
+        text += std::to_string(*m_var);
+    } else {
+        appendEscaped(text, m_var->data(), m_var->size());
+    }
+}
+
+template class KYVarRefT<int>;
+template class KYVarRefT<long>;
+template class KYVarRefT<std::string>;
+
+std::ostream& KYVarRefT<char*>::streamout(std::ostream& os) const
+{
+    return os << kydb_escape_string(m_buf);
+}
+
+const std::string& KYVarRefT<char*>::quotation() const
+{
+    return doubleQuote();
+}
+
+bool KYVarRefT<char*>::empty() const
+{
+    return m_buf == nullptr || *m_buf == '\0';
+}
+
+void KYVarRefT<char*>::assign(const std::string& text)
+{
+    const std::size_t length =
+        m_size > 0 ? std::min(text.size(), static_cast<std::size_t>(m_size) - 1) : text.size();
+    std::memcpy(m_buf, text.data(), length);
+    m_buf[length] = '\0';
+}
+
+VarRefBase* KYVarRefT<char*>::dup() const
+{
+    return new KYVarRefT(*this);
+}
+
+void KYVarRefT<char*>::append(std::string& text) const
+{
+    appendEscaped(text, m_buf, std::strlen(m_buf));
+}
+
+KYVarRef::KYVarRef(int& variable) : m_ref(new KYVarRefT<int>(variable))
+{}
+
+KYVarRef::KYVarRef(long& variable) : m_ref(new KYVarRefT<long>(variable))
+{}
+
+KYVarRef::KYVarRef(std::string& variable) : m_ref(new KYVarRefT<std::string>(variable))
+{}
+
+KYVarRef::KYVarRef(char* buffer, int size) : m_ref(new KYVarRefT<char*>(buffer, size))
+{}
+
+KYVarRef::KYVarRef(const KYVarRef& other)
+    : m_ref(other.m_ref != nullptr ? other.m_ref->dup() : nullptr)
+{}
+
+KYVarRef& KYVarRef::operator=(const KYVarRef& other)
+{
+    if (this != &other) {
+        KYVarRef copy(other);
+        std::swap(m_ref, copy.m_ref);
+    }
+    return *this;
+}
+
+KYVarRef::~KYVarRef()
+{
+    release();
+}
+
+void KYVarRef::release()
+{
+    delete std::exchange(m_ref, nullptr);
+}
+
+std::ostream& operator<<(std::ostream& os, const KYVarRef& ref)
+{
+    return ref->streamout(os);
+}
+
+std::ostream& operator<<(std::ostream& os, const DBSelectRange& range)
+{
+    if (range.limit > 0) {
+        os << " LIMIT " << range.limit;
+    }
+    if (range.offset > 0) {
+        os << " OFFSET " << range.offset;
+    }
+    return os;
+}
+
+KYDBKeyVarMap& KYDBKeyVarMap::push_back(const std::string& name, char* buffer, int size, int flags)
+{
+    return push_back(name, KYVarRef(buffer, size), flags);
+}
+
+KYDBKeyVarMap& KYDBKeyVarMap::push_back(const std::string& name, const KYVarRef& variable,
+                                        int flags)
+{
+    for (Column& column : m_columns) {
+        if (column.name == name) {
+            column.flags = flags;
+            column.variable = variable;
+        }
+    }
+    m_columns.push_back({name, flags, variable});
+    return *this;
+}
+
+const KYDBKeyVarMap::Column* KYDBKeyVarMap::find(const std::string& name) const
+{
+    const auto found = std::ranges::find(m_columns, name, &Column::name);
+    return found != m_columns.end() ? &*found : nullptr;
+}
+
+const KYVarRef& KYDBKeyVarMap::operator[](const std::string& name) const
+{
+    const Column* column = find(name);
+    if (column == nullptr) {
+        throw std::out_of_range("no column is bound to the name " + name);
+    }
+    return column->variable;
+}
+
+void KYDBKeyVarMap::clear()
+{
+    m_columns.clear();
+}
+
+int KYDBKeyVarMap::assign(const std::string& name, const std::string& value)
+{
+    const Column* column = find(name);
+    if (column == nullptr) {
+        return -1;
+    }
+    column->variable->assign(value);
+    return 0;
+}
+
+int KYDBKeyVarMap::parse(DBRowResult* row)
+{
+    if (row == nullptr) {
+        return -1;
+    }
+    int index = 0;
+    for (const Column& column : m_columns) {
+        column.variable->assign(db_result_get_value(row->connection, row->result, row->row, index));
+        ++index;
+    }
+    return index;
+}
+
+void KYDBKeyVarMap::dump(std::ostream& os) const
+{
+    int position = 0;
+    for (const Column& column : m_columns) {
+        os << position << ':' << column.name << "::->" << column.variable << std::endl;
+        ++position;
+    }
+}
+
+// What write(text, column) appends for every selected column, with the separator between them.
+template <class Write> std::string KYDBKeyVarMap::ofSelected(int mask, const std::string& separator,
+                                                             const Write& write) const
+{
+    std::string text;
+    bool first = true;
+    for (const Column& column : m_columns) {
+        if ((column.flags & mask) != 0) {
+            if (!first) {
+                text += separator;
+            }
+            write(text, column);
+            first = false;
+        }
+    }
+    return text;
+}
+
+namespace {
+
+void appendQuoted(std::string& text, const KYVarRef& variable)
+{
+    const std::string& mark = variable->quotation();
+    text += mark;
+    variable->append(text);
+    text += mark;
+}
+
+std::ostream& write(std::ostream& os, const std::string& text)
+{
+    return os.write(text.data(), static_cast<std::streamsize>(text.size()));
+}
+
+} // namespace
+
+std::string KYDBKeyVarMap::keys(const std::string& prefix, int mask) const
+{
+    return ofSelected(mask, ",", [&prefix](std::string& text, const Column& column) {
+        if (!prefix.empty()) {
+            text += prefix;
+            text += '.';
+        }
+        text += column.name;
+    });
+}
+
+std::string KYDBKeyVarMap::values(int mask) const
+{
+    return '(' +
+           ofSelected(mask, ",",
+                      [](std::string& text, const Column& column) {
+                          appendQuoted(text, column.variable);
+                      }) +
+           ')';
+}
+
+std::string KYDBKeyVarMap::keyvalues(int mask, const std::string& separator) const
+{
+    return ofSelected(mask, separator, [](std::string& text, const Column& column) {
+        text += column.name;
+        text += '=';
+        appendQuoted(text, column.variable);
+    });
+}
+
+std::string KYDBKeyVarMap::keyupdate(int mask) const
+{
+    const std::string updates = ofSelected(mask, ",", [](std::string& text, const Column& column) {
+        text += column.name + "=VALUES(" + column.name + ')';
+    });
+    return updates.empty() ? updates : " ON DUPLICATE KEY UPDATE " + updates;
+}
+
+std::string KYDBKeyVarMap::valuesforfile(int mask) const
+{
+    return ofSelected(mask, "\t",
+                      [](std::string& text, const Column& column) {
+                          if (column.variable.isNull()) {
+                              text += "\\N";
+                          } else {
+                              column.variable->append(text);
+                          }
+                      }) +
+           '\n';
+}
+
+void KYDBKeyVarMap::keys(std::ostream& os, const std::string& prefix, int mask) const
+{
+    write(os, keys(prefix, mask));
+}
+
+std::ostream& KYDBKeyVarMap::values(std::ostream& os, int mask) const
+{
+    return write(os, values(mask));
+}
+
+void KYDBKeyVarMap::keyvalues(std::ostream& os, int mask, const std::string& separator) const
+{
+    write(os, keyvalues(mask, separator));
+}
+
+void KYDBKeyVarMap::keyupdate(std::ostream& os, int mask) const
+{
+    write(os, keyupdate(mask));
+}
+
+std::ostream& KYDBKeyVarMap::valuesforfile(std::ostream& os, int mask) const
+{
+    return write(os, valuesforfile(mask));
+}
+
+namespace {
+
+// What records and collections do alike with their handle and their error record.
+KYDBDatabase& attached(KYDBDatabase* handle, const char* what, const std::string& table)
+{
+    if (handle == nullptr) {
+        throw std::runtime_error(std::string("Database (") + what + ") not set for table:" + table);
+    }
+    return *handle;
+}
+
+int executeThrough(KYDBDatabase* handle, Database::Query& query, const std::string& table,
+                   std::string& message, int& number)
+{
+    const int status = attached(handle, "execute", table).Query(query);
+    if (status != 0) {
+        // The query's own, which the handle's are too until another thread fails.
+        message = query.get_error_message();
+        number = query.get_error_number();
+    }
+    return status;
+}
+
+} // namespace
+
+KYDBTableBase::KYDBTableBase(const KYDBTableBase& other)
+    : m_tableName(other.m_tableName), m_dbDatabase(other.m_dbDatabase)
+{}
+
+KYDBTableBase& KYDBTableBase::operator=(const KYDBTableBase& other)
+{
+    if (this != &other) {
+        m_tableName = other.m_tableName;
+        m_dbDatabase = other.m_dbDatabase;
+    }
+    return *this;
+}
+
+KYDBTableBase::~KYDBTableBase() = default;
+
+int KYDBTableBase::parse(DBRowResult* row)
+{
+    return m_dbmap.parse(row);
+}
+
+const std::string& KYDBTableBase::table_name()
+{
+    dbmap_init();
+    return m_tableName;
+}
+
+void KYDBTableBase::table_name(const std::string& name)
+{
+    m_tableName = name;
+}
+
+void KYDBTableBase::DBDatabase(KYDBDatabase* handle)
+{
+    m_dbDatabase = handle;
+}
+
+Database::Connection& KYDBTableBase::DBConnection()
+{
+    dbmap_init();
+    return attached(m_dbDatabase, "connection", m_tableName).DBConnection();
+}
+
+int KYDBTableBase::execute(Database::Query& query)
+{
+    return executeThrough(m_dbDatabase, query, m_tableName, m_errorMessage, m_errorNumber);
+}
+
+void KYDBTableBase::sql_keys(std::ostream& os, int mask, const std::string& prefix)
+{
+    dbmap_init();
+    m_dbmap.keys(os, prefix, mask);
+}
+
+std::string KYDBTableBase::sql_keys(int mask, const std::string& prefix)
+{
+    dbmap_init();
+    return m_dbmap.keys(prefix, mask);
+}
+
+std::ostream& KYDBTableBase::sql_values(std::ostream& os, int mask)
+{
+    dbmap_init();
+    return m_dbmap.values(os, mask);
+}
+
+std::string KYDBTableBase::sql_values(int mask)
+{
+    dbmap_init();
+    return m_dbmap.values(mask);
+}
+
+void KYDBTableBase::sql_keyvalues(std::ostream& os, int mask, const std::string& separator)
+{
+    dbmap_init();
+    m_dbmap.keyvalues(os, mask, separator);
+}
+
+std::string KYDBTableBase::sql_keyvalues(int mask, const std::string& separator)
+{
+    dbmap_init();
+    return m_dbmap.keyvalues(mask, separator);
+}
+
+void KYDBTableBase::sql_keyupdate(std::ostream& os, int mask)
+{
+    dbmap_init();
+    m_dbmap.keyupdate(os, mask);
+}
+
+std::string KYDBTableBase::sql_keyupdate(int mask)
+{
+    dbmap_init();
+    return m_dbmap.keyupdate(mask);
+}
+
+std::ostream& KYDBTableBase::sql_valuesforfile(std::ostream& os, int mask)
+{
+    dbmap_init();
+    return m_dbmap.valuesforfile(os, mask);
+}
+
+std::string KYDBTableBase::sql_valuesforfile(int mask)
+{
+    dbmap_init();
+    return m_dbmap.valuesforfile(mask);
+}
+
+void KYDBTableBase::dump(std::ostream& os)
+{
+    dbmap_init();
+    m_dbmap.dump(os);
+}
+
+int KYDBTableBase::assign(const std::string& name, const std::string& value)
+{
+    dbmap_init();
+    return m_dbmap.assign(name, value);
+}
+
+int KYDBTableSimple::get(Database::RowParser* parser)
+{
+    Database::Query query(DBConnection(), parser, true);
+    const std::string condition = sql_keyvalues(KYDB_FLAG_KEY, " AND ");
+    query << "SELECT " << sql_keys(KYDB_FLAG_ALL, "") << " FROM " << table_name() << " WHERE "
+          << condition << ';';
+    return execute(query) == 0 ? 0 : -1;
+}
+
+int KYDBTableSimple::save(bool update)
+{
+    Database::Query query(DBConnection(), nullptr, true);
+    const std::string assignments = sql_keyvalues(KYDB_FLAG_SAVE, ",");
+    query << "INSERT INTO " << table_name() << " SET " << assignments;
+    if (update) {
+        query << " ON DUPLICATE KEY UPDATE " << assignments;
+    }
+    query << ';';
+    try {
+        return execute(query) == 0 ? 0 : -1;
+    } catch (...) {
+        return -1;
+    }
+}
+
+int KYDBTableSimple::remove()
+{
+    Database::Query query(DBConnection(), nullptr, true);
+    const std::string condition = sql_keyvalues(KYDB_FLAG_KEY, " AND ");
+    query << "DELETE FROM " << table_name() << " WHERE " << condition;
+    try {
+        return execute(query) == 0 ? 0 : -1;
+    } catch (...) {
+        return -1;
+    }
+}
+
+KYDBRecordParser::~KYDBRecordParser() = default;
+
+void KYDBRecordParser::parse(void* connection, void* result)
+{
+    m_found = false;
+    if (result == nullptr) {
+        return;
+    }
+    DBRowResult row{connection, result, db_result_fetch_row(result, 0)};
+    if (row.row != nullptr) {
+        m_found = true;
+        m_record->parse(&row);
+    }
+}
+
+KYDBCollectionBase::~KYDBCollectionBase() = default;
+
+void KYDBCollectionBase::table_name(const std::string& name)
+{
+    m_tableName = name;
+}
+
+void KYDBCollectionBase::DBDatabase(KYDBDatabase* handle)
+{
+    m_dbDatabase = handle;
+}
+
+Database::Connection& KYDBCollectionBase::DBConnection()
+{
+    collection_init();
+    return attached(m_dbDatabase, "connection", m_tableName).DBConnection();
+}
+
+int KYDBCollectionBase::execute(Database::Query& query)
+{
+    return executeThrough(m_dbDatabase, query, m_tableName, m_errorMessage, m_errorNumber);
+}
+
+} // namespace Kestro
