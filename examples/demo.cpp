@@ -4,13 +4,16 @@
 //     demo [SCRIPT [ZONES]]
 
 #include <KestroDatabase>
+#include <KestroTableMap>
 #include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iomanip>
 #include <iostream>
+#include <thread>
 #include <unistd.h>
+#include <vector>
 
 using namespace Kestro::Database;
 
@@ -195,6 +198,83 @@ void refusedStatement(Connection& connection)
     }
 }
 
+// A row of the zone table as an object that fetches, saves and removes itself.
+struct Zone : Kestro::KYDBTableSimple {
+    Kestro::KYDBDatabase& database;
+    std::string name;
+    std::string country;
+    char position[21] = "";
+    std::string comment;
+
+    Zone(Kestro::KYDBDatabase& handle, std::string key) : database(handle), name(std::move(key)) {}
+
+    bool fetch()
+    {
+        Kestro::KYDBRecordParser parser(*this);
+        return get(&parser) == 0 && parser.found();
+    }
+    void write(bool update)
+    {
+        if (save(update) != 0) {
+            throw std::runtime_error(get_error_message());
+        }
+    }
+
+protected:
+    void dbmap_init() override
+    {
+        using namespace Kestro;
+        if (dbmap_size() == 0) {
+            table_name("zone");
+            DBDatabase(&database);
+            m_dbmap.push_back("name", name, KYDB_FLAG_KEY | KYDB_FLAG_SAVE)
+                .push_back("country", country, KYDB_FLAG_SAVE)
+                .push_back("position", position, sizeof position, KYDB_FLAG_SAVE)
+                .push_back("comment", comment, KYDB_FLAG_SAVE);
+        }
+    }
+};
+
+void records(Kestro::KYDBDatabase& database)
+{
+    std::cout << "\nA row as an object  (KYDBTableSimple)\n";
+    Zone zone(database, "Europe/Berlin");
+    std::cout << "  get:           " << (zone.fetch() ? "found" : "not found") << ", country "
+              << zone.country << ", position " << zone.position << '\n';
+    zone.comment = "the \"capital\" one";
+    zone.write(true);
+    Zone again(database, "Europe/Berlin");
+    again.fetch();
+    std::cout << "  save(true):    its comment is now: " << again.comment << '\n';
+    Zone fresh(database, "Moon/Tranquility");
+    fresh.country = "XX";
+    fresh.write(false);
+    std::cout << "  save(false):   a new one, " << fresh.name << "; once more: ";
+    std::cout << fresh.save(false) << ", " << fresh.get_error_number() << ' '
+              << fresh.get_error_message() << '\n';
+    fresh.remove();
+    std::cout << "  remove():      " << (fresh.fetch() ? "still there" : "gone") << '\n';
+
+    std::vector<std::thread> threads;
+    for (int number = 0; number < 4; ++number) {
+        threads.emplace_back([&database, number] {
+            for (int round = 0; round < 50; ++round) {
+                Zone own(database, "Thread/" + std::to_string(number));
+                own.comment = std::to_string(round);
+                own.save(true); // the count below tells whether all were written
+            }
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    std::cout << "  4 threads through one handle, 50 saves each: "
+              << QueryCount(database.DBConnection(),
+                            "SELECT COUNT(*) FROM zone WHERE name LIKE 'Thread/%' AND comment='49'")
+                     .count()
+              << " rows, each with its last value\n";
+}
+
 } // namespace
 
 int main(int argc, char** argv)
@@ -210,6 +290,10 @@ try {
     largestCategories(connection);
     firstMentions(connection);
     refusedStatement(connection);
+
+    Kestro::KYDBDatabase database;
+    database.selectDB(Demo);
+    records(database);
     connection.dbDelete(Demo);
 } catch (const std::exception& e) {
     std::cerr << e.what() << '\n';

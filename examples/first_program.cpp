@@ -1,42 +1,49 @@
-#include <KestroDatabase>
+#include <KestroTableMap>
 #include <iostream>
 
-using namespace Kestro::Database;
+using namespace Kestro;
 
-struct Note : RowImpl { // reads the columns that it wants from one row
+struct Note : KYDBTableSimple { // a row of the table "note"
+    KYDBDatabase& database;
+    int id = 0;
     std::string text;
-    bool parse(void* connection, void* result, void* row) override
+
+    explicit Note(KYDBDatabase& handle) : database(handle) {}
+
+protected:
+    void dbmap_init() override // binds the columns to the variables, once
     {
-        text = column(connection, result, row, 0).value_or("(nothing)");
-        return true; // on to the next row
+        if (dbmap_size() == 0) {
+            table_name("note");
+            DBDatabase(&database);
+            m_dbmap.push_back("id", id, KYDB_FLAG_KEY | KYDB_FLAG_SAVE)
+                .push_back("text", text, KYDB_FLAG_SAVE);
+        }
     }
 };
 
 int main()
 try {
-    Connection connection(""); // to the local server, on no database yet
-    if (!connection.dbSelectIfExists("notebook")) {
-        connection.dbCreate("notebook");
-        connection.dbSelect("notebook");
-    }
-    Query create(connection); // a query is a stream: write its text, then execute it
-    create << "CREATE OR REPLACE TABLE note (id INT PRIMARY KEY, text TEXT)";
-    create.execute();
+    KYDBDatabase database;         // the local server, for all records and threads
+    database.selectDB("notebook"); // creates it the first time,
+    database.selectDB("notebook"); // and works on it once it is there
+    database.Query("CREATE TABLE IF NOT EXISTS note (id INT PRIMARY KEY, text TEXT)", nullptr);
 
-    Query insert(connection);
-    insert << "INSERT INTO note VALUES (" << 1 << ", \""
-           << connection.escapeString("It's a \"first\" note") << "\"), (2, NULL)";
-    insert.execute();
-
-    RowContainer notes;
-    KyRowParser<Note> parser(notes); // makes a Note of every row
-    Query select(connection, &parser);
-    select << "SELECT text FROM note ORDER BY id";
-    select.execute();
-    for (const auto& row : notes.rows()) {
-        std::cout << static_cast<const Note&>(*row).text << '\n';
+    Note note(database);
+    note.id = 1;
+    note.text = "It's a \"first\" note";
+    if (note.save(true) != 0) { // inserts the row, or updates it
+        std::cerr << note.get_error_message() << '\n';
+        return 1;
     }
-} catch (const std::exception& e) { // a refusal carries the server's text and the statement
+
+    Note found(database);
+    found.id = 1;
+    KYDBRecordParser parser(found);
+    if (found.get(&parser) == 0 && parser.found()) {
+        std::cout << found.text << '\n';
+    }
+} catch (const std::exception& e) { // no server, or no right to use it
     std::cerr << e.what() << '\n';
     return 1;
 }

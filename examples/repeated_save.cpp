@@ -1,0 +1,82 @@
+// A save that the server may choose as the victim of a deadlock (1213), or, on a cluster, of a
+// conflict with another node: nothing was written, and the same save is right once more.
+
+#include <KestroTableMap>
+#include <iostream>
+#include <thread>
+#include <vector>
+
+using namespace Kestro;
+
+namespace {
+
+constexpr int Deadlock = 1213;
+constexpr int MostAttempts = 20;
+
+struct Counter : KYDBTableSimple {
+    KYDBDatabase& database;
+    std::string name;
+    long value = 0;
+
+    explicit Counter(KYDBDatabase& handle) : database(handle) {}
+
+    int saveRepeatedly()
+    {
+        for (int attempt = 1;; ++attempt) {
+            if (save(true) == 0) {
+                return 0;
+            }
+            if (get_error_number() != Deadlock || attempt == MostAttempts) {
+                return -1;
+            }
+        }
+    }
+
+protected:
+    void dbmap_init() override
+    {
+        if (dbmap_size() == 0) {
+            table_name("counter");
+            DBDatabase(&database);
+            m_dbmap.push_back("name", name, KYDB_FLAG_KEY | KYDB_FLAG_SAVE)
+                .push_back("value", value, KYDB_FLAG_SAVE);
+        }
+    }
+};
+
+} // namespace
+
+int main()
+try {
+    KYDBDatabase setUp;
+    setUp.selectDB("kestro_example");
+    setUp.selectDB("kestro_example");
+    setUp.Query("CREATE OR REPLACE TABLE counter (name VARCHAR(20) PRIMARY KEY, value BIGINT)",
+                nullptr);
+    // Threads with connections of their own write the same rows.
+    std::vector<std::thread> threads;
+    std::vector<int> failures(4, 0);
+    for (std::size_t number = 0; number < failures.size(); ++number) {
+        threads.emplace_back([&failures, number] {
+            KYDBDatabase database;
+            database.selectDB("kestro_example");
+            for (long round = 0; round < 50; ++round) {
+                Counter counter(database);
+                counter.name = "row " + std::to_string(round % 3);
+                counter.value = round;
+                failures[number] += counter.saveRepeatedly() == 0 ? 0 : 1;
+            }
+        });
+    }
+    int failed = 0;
+    for (std::size_t number = 0; number < threads.size(); ++number) {
+        threads[number].join();
+        failed += failures[number];
+    }
+    std::cout << failed << " saves failed\n";
+    setUp.DBConnection().dbDelete("kestro_example");
+    return failed == 0 ? 0 : 1;
+} catch (const std::exception& e) {
+    std::cerr << e.what() << '\n';
+    return 1;
+}
