@@ -46,7 +46,7 @@ void emptyTable()
 
 std::string writeScript()
 {
-    const std::string path = std::filesystem::temp_directory_path() / "kestro_bench_script.sql";
+    std::string path = std::filesystem::temp_directory_path() / "kestro_bench_script.sql";
     std::ofstream script(path);
     const std::string filler(150, 'x');
     std::size_t size = 0;

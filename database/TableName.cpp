@@ -4,7 +4,7 @@ namespace Kestro::Database {
 
 TableName::TableName(const std::string& text, bool isFqn)
 {
-    parse(text, isFqn); // NOLINT(clang-analyzer-optin.cplusplus.VirtualCall): the base's prefix
+    parse(text, isFqn);
 }
 
 TableName::~TableName() = default;

@@ -3,6 +3,7 @@
 
 #include <KestroTableMap>
 #include <iostream>
+#include <numeric>
 #include <thread>
 #include <vector>
 
@@ -68,11 +69,10 @@ try {
             }
         });
     }
-    int failed = 0;
-    for (std::size_t number = 0; number < threads.size(); ++number) {
-        threads[number].join();
-        failed += failures[number];
+    for (std::thread& thread : threads) {
+        thread.join();
     }
+    const int failed = std::accumulate(failures.begin(), failures.end(), 0);
     std::cout << failed << " saves failed\n";
     setUp.DBConnection().dbDelete("kestro_example");
     return failed == 0 ? 0 : 1;

@@ -206,7 +206,7 @@ bool Link::ofParent() const
     return generation != currentGeneration;
 }
 
-void Link::detachSocket()
+void Link::detachSocket() const
 {
     const int own = mysql_get_socket(mysql);
     const int nowhere = open("/dev/null", O_RDWR | O_CLOEXEC);

@@ -45,7 +45,7 @@ struct Link {
     /// Whether this process is a child of the one that opened the link: its socket is not ours.
     bool ofParent() const;
     /// Lets go of the socket without a word to the server.
-    void detachSocket();
+    void detachSocket() const;
 };
 
 /// The failure kept for this thread in the place of a link's.
