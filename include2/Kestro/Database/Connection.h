@@ -97,12 +97,13 @@ public:
     void dbCreate(const std::string& name);
     void dbDelete(const std::string& name);
 
-    /// Reopens the link on another database. If that throws, the connection is left disconnected,
-    /// with the new name: connect() tries it again.
+    /// Reopens the link on another database; what its session held (a transaction, temporary
+    /// tables, variables, locks) is gone. If that throws, the connection is left disconnected, with
+    /// the new name: connect() tries it again.
     void dbSelect(const std::string& name);
     /// Reopens the link on another database and returns true; if that fails, for whatever reason,
-    /// returns to the previous database and returns false. Throws if the way back fails too; the
-    /// connection is then disconnected, with the previous name.
+    /// which is not kept, returns to the previous database and returns false. Throws if the way
+    /// back fails too; the connection is then disconnected, with the previous name.
     bool dbSelectIfExists(const std::string& name);
 
 private:

@@ -20,8 +20,10 @@ namespace Kestro::Database {
 /// docs/scripts-and-loads.md tells more.
 class KESTRO_API QueryLoadData {
 public:
-    /// Selects the database (the connection stays on it), empties the table and loads the file, on
-    /// the calling thread. All three go into statements as they are: never pass text from outside.
+    /// Selects the database by reopening the link, empties the table and loads the file, on the
+    /// calling thread. The connection stays on the database, and what its session held, such as an
+    /// open transaction, is gone. Table and file go into statements as they are, the table as a
+    /// LIKE pattern too: never pass text from outside; a name that needs quoting cannot be loaded.
     ///
     /// Throws DatabaseException with int parameter 4, file "Query", and before anything was
     /// changed: line 168 and "database not exist" if the database cannot be selected, line 176 and
