@@ -5,9 +5,10 @@ execute_process(COMMAND ${NM} -DC --defined-only ${LIBRARIES}
 string(REPLACE "\n" ";" lines "${output}")
 list(FILTER lines INCLUDE REGEX "^[0-9a-f]+ [TBDR] ")
 list(FILTER lines EXCLUDE REGEX "thunk to")
+# One line for a class or a namespace and its functions.
 list(TRANSFORM lines REPLACE "^[0-9a-f]+ . " "")
-list(TRANSFORM lines REPLACE "std::__cxx11::basic_string<char, std::char_traits<char>, std::allocator<char> >" "std::string")
-list(TRANSFORM lines REPLACE "\\[abi:cxx11\\]" "")
+list(TRANSFORM lines REPLACE "\\[abi:cxx11\\]|\\(.*" "")
+list(TRANSFORM lines REPLACE "::~?[A-Za-z_]+$" "" REGEX "^Kestro::.*::")
 list(SORT lines)
 list(REMOVE_DUPLICATES lines)
 list(JOIN lines "\n" exported)

@@ -1,137 +1,110 @@
 #include "ScriptedClient.h"
+#include "Testing.h"
 
 #include <KestroTableMap>
 #include <basepp/dbg.h>
+#include <map>
 #include <random>
 #include <sstream>
 
 namespace {
 
 using namespace Kestro;
-using scripted::client;
 using Calls = std::vector<std::string>;
 
-TEST(VarRefs, AssignAndWriteByKind)
+TEST(TableMap, VariablesAreAssignedAndWrittenByKind)
 {
     int number = 0;
     long wide = 0;
     std::string text;
     char buffer[6];
-    const struct {
-        const char* assigned;
-        const char* written; // by the four kinds, joined by |; the scripted client doubles bytes
-    } rows[] = {
-        {" -7 apples", "-7|-7|  --77  aapppplleess|  --77  "},
-        {"abc", "0|0|aabbcc|aabbcc"},
-        {"0x1F", "0|0|00xx11FF|00xx11FF"},
-        {"4294967298", "2|4294967298|4422994499667722998|"},
-        {"", "0|0||"},
-    };
     KYDBKeyVarMap map;
     map.push_back("n", number, 1).push_back("w", wide, 1).push_back("t", text, 1);
-    map.push_back("b", buffer, sizeof buffer, 1);
-    for (const auto& row : rows) {
-        std::string written;
+    map.push_back("b", buffer, sizeof buffer, 1).push_back("null", KYVarRef(), 2);
+    const Table<const char*, const char*> rows = {
+        {" -7 apples", "(-7,-7,\" -7 apples\",\" -7 a\")"}, // the buffer keeps room for its NUL
+        {"\"'", "(0,0,\"\\\"\\'\",\"\\\"\\'\")"},
+        {"0x1F", "(0,0,\"0x1F\",\"0x1F\")"},
+        {"4294967298", "(2,4294967298,\"4294967298\",\"42949\")"},
+        {"", "(0,0,\"\",\"\")"}};
+    for (const auto& [assigned, written] : rows) {
+        std::string streamed;
         for (const char* name : {"n", "w", "t", "b"}) {
-            EXPECT_EQ(map.assign(name, row.assigned), 0);
+            EXPECT_EQ(map.assign(name, assigned), 0);
             map[name]->assign(static_cast<const char*>(nullptr)); // NULL changes nothing
             std::ostringstream os;
-            os << KYVarRef(map[name]);
-            std::string appended;
-            map[name]->append(appended);
-            EXPECT_EQ(os.str(), appended);
-            written += (written.empty() && *name == 'n' ? "" : "|") + appended;
+            os << map[name];
+            streamed += (streamed.empty() ? "" : "\t") + os.str();
         }
-        if (std::string(row.assigned).size() < 10) {
-            EXPECT_EQ(written, row.written);
-        }
-        EXPECT_EQ(map["t"]->empty(), text.empty());
-        EXPECT_EQ(map["b"]->empty(), *buffer == '\0');
+        EXPECT_EQ(map.values(1), written);
+        EXPECT_EQ(map.valuesforfile(1), streamed + '\n');
+        EXPECT_EQ(map["b"]->empty(), *assigned == '\0');
     }
-    map.assign("b", "123456789");
-    EXPECT_STREQ(buffer, "12345"); // always its NUL
+    EXPECT_EQ(map.valuesforfile(2), "\\N\n");
     EXPECT_EQ(map.assign("none", "x"), -1);
+    EXPECT_EQ(map.parse(nullptr), -1);
     EXPECT_THROW((void)map["none"], std::out_of_range);
-    EXPECT_TRUE(KYVarRef(KYVarRef()).isNull());
 }
 
 // The fragments over random maps, written once more the plain way.
-TEST(KeyVarMap, WritersEqualAModel)
+TEST(TableMap, WritersEqualAModel)
 {
     std::mt19937 random(32);
-    const auto upTo = [&random](int most) {
-        return std::uniform_int_distribution(0, most)(random);
-    };
     for (int round = 0; round < 300; ++round) {
-        struct Bound {
-            std::string value;
-            int flags;
-        };
-        std::map<std::string, Bound> bound;
+        std::map<std::string, std::pair<std::string, int>> bound; // a name's value and flags
         std::vector<std::string> order;
-        std::map<std::string, std::string> variables;
         KYDBKeyVarMap map;
-        for (int i = upTo(6); i > 0; --i) {
-            const std::string name(1, static_cast<char>('a' + upTo(3))); // often bound twice
-            variables[name] = std::string(static_cast<std::size_t>(upTo(2)), 'v');
-            bound[name] = {variables[name], upTo(15)};
-            order.push_back(name);
-            map.push_back(name, variables[name], bound[name].flags);
+        for (auto count = random() % 7; count > 0; --count) {
+            order.emplace_back(1, "abcd"[random() % 4]); // often bound twice
+            auto& [value, flags] = bound[order.back()];
+            value = std::string(random() % 3, '\'');
+            flags = static_cast<int>(random() % 16);
+            map.push_back(order.back(), value, flags);
         }
-        const int mask = upTo(15);
-        std::string keys, values, pairs, updates, line, listing;
+        const int mask = static_cast<int>(random() % 16);
+        std::string keys;
+        std::string values;
+        std::string pairs;
+        std::string updates;
+        std::string listing;
         for (std::size_t i = 0; i < order.size(); ++i) {
             const auto& [value, flags] = bound[order[i]];
-            const std::string escaped = value + value;
+            const std::string escaped = value.empty() ? "" : value.size() == 1 ? "\\'" : "\\'\\'";
             listing += std::to_string(i) + ":" + order[i] + "::->" + escaped + "\n";
             if ((flags & mask) != 0) {
-                const bool first = keys.empty();
-                keys += (first ? "t." : ",t.") + order[i];
-                values += (first ? "(\"" : ",\"") + escaped + '"';
-                pairs += (first ? "" : " AND ") + order[i] + "=\"" + escaped + '"';
-                updates += (first ? " ON DUPLICATE KEY UPDATE " : ",") + order[i] + "=VALUES(" +
-                           order[i] + ")";
-                line += (first ? "" : "\t") + escaped;
+                const std::string comma = keys.empty() ? "" : ",";
+                keys += comma + "t." + order[i];
+                values += comma + '"' + escaped + '"';
+                pairs += (comma.empty() ? "" : " AND ") + order[i] + "=\"" + escaped + '"';
+                updates += (comma.empty() ? " ON DUPLICATE KEY UPDATE " : ",") + order[i] +
+                           "=VALUES(" + order[i] + ")";
             }
         }
-        std::ostringstream os;
-        map.keys(os, "t", mask);
-        EXPECT_EQ(os.str(), keys);
-        EXPECT_EQ(map.values(mask), keys.empty() ? "()" : values + ")");
+        EXPECT_EQ(map.keys("t", mask), keys);
+        EXPECT_EQ(map.values(mask), '(' + values + ')');
         EXPECT_EQ(map.keyvalues(mask, " AND "), pairs);
         EXPECT_EQ(map.keyupdate(mask), updates);
-        EXPECT_EQ(map.valuesforfile(mask), line + "\n");
-        os.str("");
+        std::ostringstream os;
         map.dump(os);
         EXPECT_EQ(os.str(), listing);
-        EXPECT_EQ(map.size(), order.size());
     }
-    EXPECT_EQ(KYDBKeyVarMap().parse(nullptr), -1);
-    KYDBKeyVarMap null;
-    EXPECT_EQ(null.push_back("x", KYVarRef(), 1).valuesforfile(1), "\\N\n");
 }
 
-TEST(KeyVarMap, ListsAndRanges)
+TEST(TableMap, ListsAndRanges)
 {
-    const struct {
-        const char* text;
-        bool skip;
-        const char* pieces;
-        int count;
-    } rows[] = {{"a,b,,c", false, "[x][a][b][][c]", 5},
-                {"a,b,,c", true, "[x][a][b][c]", 4},
-                {"a,", false, "[x][a][]", 3},
-                {"a,", true, "[x][a]", 2},
-                {"a", false, "[x][a]", 2},
-                {"", false, "[x]", 0}};
-    for (const auto& row : rows) {
+    const Table<const char*, bool, const char*, int> rows = {{"a,b,,c", false, "x|a|b||c|", 5},
+                                                             {"a,b,,c", true, "x|a|b|c|", 4},
+                                                             {"a,", false, "x|a||", 3},
+                                                             {"a,", true, "x|a|", 2},
+                                                             {"", false, "x|", 0}};
+    for (const auto& [text, skip, pieces, count] : rows) {
         std::list<std::string> out{"x"};
-        EXPECT_EQ(string2list(out, row.text, ',', row.skip), row.count);
-        std::string pieces;
+        EXPECT_EQ(string2list(out, text, ',', skip), count);
+        std::string joined;
         for (const std::string& piece : out) {
-            pieces += '[' + piece + ']';
+            joined += piece + '|';
         }
-        EXPECT_EQ(pieces, row.pieces);
+        EXPECT_EQ(joined, pieces);
     }
     std::ostringstream os;
     os << DBSelectRange{20, 10} << '|' << DBSelectRange{0, 10} << '|' << DBSelectRange{5, 0} << '|'
@@ -140,11 +113,12 @@ TEST(KeyVarMap, ListsAndRanges)
 }
 
 struct User : KYDBTableSimple {
-    KYDBDatabase* database = nullptr;
+    KYDBDatabase* database;
     int id = 4;
     std::string name = "A";
-    char note[8] = "";
     int nameFlags = KYDB_FLAG_SAVE;
+
+    explicit User(KYDBDatabase* handle) : database(handle) {}
 
 protected:
     void dbmap_init() override
@@ -153,8 +127,7 @@ protected:
             table_name("users");
             DBDatabase(database);
             m_dbmap.push_back("id", id, KYDB_FLAG_KEY | KYDB_FLAG_SAVE)
-                .push_back("name", name, nameFlags)
-                .push_back("note", note, sizeof note, 1);
+                .push_back("name", name, nameFlags);
         }
     }
 };
@@ -164,104 +137,70 @@ protected:
     void collection_init() override { table_name("users"); }
 };
 
-class RecordsScripted : public scripted::Test {};
-
-TEST_F(RecordsScripted, StatementsAreWrittenExactly)
+TEST(TableMap, RecordsWriteTheirStatementsAndKeepTheirLastFailure)
 {
+    client = {};
     KYDBDatabase database;
-    User user;
-    user.database = &database;
-    EXPECT_EQ(user.dbmap_size(), 0U);
-    EXPECT_EQ(user.sql_keys(65535, "t"), "t.id,t.name,t.note");
-    KYDBRecordParser parser(user);
-    client.answers = {{0, "", {{{"5", std::nullopt, "long note"}, {"6", "B", ""}}}, {}}};
-    EXPECT_EQ(user.get(&parser), 0);
-    EXPECT_TRUE(parser.found());
-    EXPECT_EQ(user.id, 5);
-    EXPECT_EQ(user.name, "A"); // NULL leaves it
-    EXPECT_STREQ(user.note, "long no");
-    EXPECT_EQ(user.get(&parser), 0);
-    EXPECT_FALSE(parser.found());
-    user.id = 4;
-    EXPECT_EQ(user.save(false), 0);
-    EXPECT_EQ(user.save(true), 0);
-    EXPECT_EQ(user.remove(), 0);
-    User composite;
-    composite.database = &database;
+    User user(&database);
+    EXPECT_EQ(user.get(nullptr) + user.save(false) + user.save(true) + user.remove(), 0);
+    User composite(&database);
     composite.nameFlags |= KYDB_FLAG_KEY;
     EXPECT_EQ(composite.remove(), 0);
+    const std::string save = "query, no result: INSERT INTO users SET id=4,name=\"A\"";
     EXPECT_EQ(client.calls,
-              (Calls{"connect mysql", "query SELECT id,name,note FROM users WHERE id=4;", "fetch 0",
-                     "query SELECT id,name,note FROM users WHERE id=5;",
-                     "query, no result: INSERT INTO users SET id=4,name=\"AA\";",
-                     "query, no result: INSERT INTO users SET id=4,name=\"AA\" "
-                     "ON DUPLICATE KEY UPDATE id=4,name=\"AA\";",
+              (Calls{"connect mysql", "query, no result: SELECT id,name FROM users WHERE id=4;",
+                     save + ';', save + " ON DUPLICATE KEY UPDATE id=4,name=\"A\";",
                      "query, no result: DELETE FROM users WHERE id=4",
-                     "query, no result: DELETE FROM users WHERE id=4 AND name=\"AA\""}));
-}
-
-TEST_F(RecordsScripted, FailuresStayUntilTheNextAndCopiesStartClean)
-{
-    KYDBDatabase database;
-    User user;
-    user.database = &database;
-    std::string lines;
-    for (const std::uint32_t mask : {0x80008U, 0x80000U, 8U}) {
+                     "query, no result: DELETE FROM users WHERE id=4 AND name=\"A\""}));
+    client.error = "syntax";
+    testing::internal::CaptureStderr();
+    for (const std::uint32_t mask : {0x80008U, 0x80000U, 8U, 0U}) {
         *basepp_dbg_mask_ = mask;
-        client.answers = {{1062, "duplicate", {}, {}}};
-        testing::internal::CaptureStderr();
+        client.statements = {false};
         EXPECT_EQ(user.save(false), -1);
-        lines += testing::internal::GetCapturedStderr();
     }
-    *basepp_dbg_mask_ = 0;
-    EXPECT_EQ(lines, "KYDatabase:37 Query_real 0: DatabaseException (4) at Query:88: duplicate : "
-                     "INSERT INTO users SET id=4,name=\"AA\";\n");
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              "KYDatabase:37 Query_real 0: DatabaseException (4) at Query:88: syntax : "
+              "INSERT INTO users SET id=4,name=\"A\";\n");
     EXPECT_EQ(user.save(false), 0);
-    EXPECT_EQ(user.get_error_number(), 1062);
-    EXPECT_EQ(user.get_error_message(), "duplicate");
-    EXPECT_EQ(database.get_error_number(), 1062);
-
+    EXPECT_EQ(user.get_error_number(), 1064); // a success does not clear it
+    EXPECT_EQ(user.get_error_message() + database.get_error_message(), "syntaxsyntax");
     User copy(user);
     EXPECT_EQ(copy.get_error_number(), 0);
-    EXPECT_EQ(copy.dbmap_size(), 0U);
-    copy.name = "other";
-    EXPECT_EQ(copy.sql_keyvalues(KYDB_FLAG_SAVE, ","), "id=4,name=\"ootthheerr\"");
+    copy.name = "B"; // bound anew
+    EXPECT_EQ(copy.sql_keyvalues(KYDB_FLAG_SAVE, ","), "id=4,name=\"B\"");
     copy = user;
     EXPECT_EQ(copy.get_error_number(), 0);
 
     database.DBConnection().disconnect();
-    client.connects = {false, true};
+    client.connects = {false};
     EXPECT_EQ(database.Query("DO 1", nullptr), -1);
     EXPECT_EQ(database.get_error_message(), "");
     EXPECT_EQ(database.Query("DO 1", nullptr), 0);
     EXPECT_EQ(client.calls.back(), "query, no result: DO 1");
 }
 
-TEST_F(RecordsScripted, WithoutADatabaseIsAnError)
+TEST(TableMap, RecordsWithoutADatabaseThrow)
 {
+    client = {};
     KYDBDatabase database;
     Database::Query query(database.DBConnection());
-    User user;
+    User user(nullptr);
     Users users;
-    const struct {
-        std::function<void()> run;
-        const char* message;
-    } rows[] = {
-        {[&] { user.get(nullptr); }, "Database (connection) not set for table:users"},
-        {[&] { user.save(true); }, "Database (connection) not set for table:users"},
-        {[&] { user.remove(); }, "Database (connection) not set for table:users"},
-        {[&] { user.execute(query); }, "Database (execute) not set for table:users"},
-        {[&] { users.execute(query); }, "Database (execute) not set for table:"},
-        {[&] { users.DBConnection(); }, "Database (connection) not set for table:users"},
-    };
-    for (const auto& row : rows) {
+    const auto message = [](const auto& call) -> std::string {
         try {
-            row.run();
-            ADD_FAILURE() << row.message;
+            call();
         } catch (const std::runtime_error& e) {
-            EXPECT_STREQ(e.what(), row.message);
+            return e.what();
         }
-    }
+        return "";
+    };
+    const std::string start = "Database (connection) not set for table:users";
+    EXPECT_EQ(message([&] { user.get(nullptr); }), start);
+    EXPECT_EQ(message([&] { user.save(true); }), start);
+    EXPECT_EQ(message([&] { user.remove(); }), start);
+    EXPECT_EQ(message([&] { users.DBConnection(); }), start);
+    EXPECT_EQ(message([&] { users.execute(query); }), "Database (execute) not set for table:users");
 }
 
 } // namespace

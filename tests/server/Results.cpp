@@ -1,146 +1,93 @@
 #include "ServerTest.h"
 
-#include <Kestro/Exception.h>
 #include <thread>
 
 namespace {
 
 class Results : public ServerTest {
 protected:
-    // The first column of the row at the index.
-    static std::string at(const Result& result, int index)
+    // The first values of the rows at the indexes.
+    static std::string walk(const Handle& result, std::initializer_list<int> indexes)
     {
-        void* const row = db_result_fetch_row(result.get(), index);
-        const char* text = db_result_get_value(nullptr, result.get(), row, 0);
-        return text != nullptr ? text : "none";
+        std::string all;
+        for (const int index : indexes) {
+            all += at(result, index) + ' ';
+        }
+        return all;
     }
 };
 
-TEST_F(Results, StoredRowsAreFoundByIndex)
+TEST_F(Results, RowsAreFoundByIndex)
 {
-    const Result result = query("SELECT seq FROM seq_0_to_999");
-    EXPECT_EQ(db_result_row_num(link.get(), result.get()), 1000);
-    for (const int index : {0, 1, 1, 999, 0, 500, 501, 499}) {
-        EXPECT_EQ(at(result, index), std::to_string(index));
-    }
-    for (const int index : {1000, -1, 1001}) {
-        EXPECT_EQ(at(result, index), "none");
-    }
-    EXPECT_EQ(at(result, 999), "999");
-    EXPECT_EQ(db_result_fetch_row(result.get(), 1000), nullptr);
-}
+    const Handle stored = query("SELECT seq FROM seq_0_to_999");
+    EXPECT_EQ(db_result_row_num(nullptr, stored.get()), 1000);
+    EXPECT_EQ(walk(stored, {0, 1, 1, 999, 0, 500, 501, 499, 1000, -1, 1001, 999, 1000}),
+              "0 1 1 999 0 500 501 499 NULL NULL NULL 999 NULL ");
 
-TEST_F(Results, StreamedRowsGoByOnce)
-{
-    const Result result = query("SELECT seq FROM seq_0_to_199999", false);
-    EXPECT_EQ(db_result_fields_num(link.get(), result.get()), 1);
-    for (const int index : {0, 0, 1, 5, 100}) {
-        EXPECT_EQ(at(result, index), std::to_string(index));
-    }
-    EXPECT_EQ(at(result, 5), "none");
-    EXPECT_EQ(at(result, 101), "101");
-    EXPECT_EQ(db_result_row_num(link.get(), result.get()), 102);
-    EXPECT_EQ(refusal("DO 1").substr(0, 4), "2014");
-    EXPECT_EQ(at(result, 102), "102"); // the refusal took nothing from the stream
-    EXPECT_EQ(at(result, 200000), "none");
-    EXPECT_EQ(at(result, 199999), "none");
-    EXPECT_EQ(value("SELECT 'next'"), "next"); // the stream has ended, freed or not
-}
+    const Handle streamed = query("SELECT seq FROM seq_0_to_199999", false);
+    EXPECT_EQ(walk(streamed, {0, 0, 1, 5, 100, 5, 101}), "0 0 1 5 100 NULL 101 ");
+    EXPECT_EQ(db_result_row_num(nullptr, streamed.get()), 102);
+    EXPECT_EQ(refusal("DO 1"), 2014);
+    EXPECT_NE(db_enable_multiple_statements_per_query(link.get()), 0);
+    EXPECT_EQ(walk(streamed, {102, 199999, 200000, 199999}), "102 199999 NULL NULL ");
+    EXPECT_EQ(db_affected_rows(link.get()), 200000U);
 
-TEST_F(Results, LateDecisionStoresOrStreams)
-{
-    {
-        const Result stored = query("SELECT seq FROM seq_0_to_9", false);
-        EXPECT_EQ(db_result_row_num(link.get(), stored.get()), 10);
-        EXPECT_EQ(value("SELECT 'while rows are open'"), "while rows are open");
-        EXPECT_EQ(at(stored, 9), "9");
-        EXPECT_EQ(at(stored, 0), "0");
-    }
+    // What is asked first decides; the link is free once the rows are stored or the stream is over.
+    const Handle decided = query("SELECT seq FROM seq_0_to_9", false);
+    EXPECT_EQ(db_result_row_num(nullptr, decided.get()), 10);
     query("SELECT seq FROM seq_0_to_199999", false); // nothing was asked of it
-    {
-        const Result stopped = query("SELECT seq FROM seq_0_to_199999", false);
-        EXPECT_EQ(at(stopped, 9), "9");
-    }
+    EXPECT_EQ(at(query("SELECT seq FROM seq_0_to_199999", false), 9), "9");
+    EXPECT_EQ(db_affected_rows(link.get()), 10U);
     EXPECT_EQ(value("SELECT 'next'"), "next");
+    EXPECT_EQ(walk(decided, {9, 0}), "9 0 ");
 }
 
 TEST_F(Results, ValuesKeepEveryByteAndNull)
 {
     for (const bool store : {true, false}) {
-        const Result result =
+        const Handle result =
             query("SELECT X'410042', NULL, '' UNION ALL SELECT 'x', 'yy', 'zzz'", store);
-        const auto lengths = [&] {
+        const auto row = [&](int index) {
             std::string all;
             for (const int column : {-1, 0, 1, 2, 3}) {
-                all += std::to_string(db_result_field_length(result.get(), column)) + ' ';
+                all += at(result, index, column) +
+                       std::to_string(db_result_field_length(result.get(), column));
             }
             return all;
         };
-        EXPECT_EQ(lengths(), "0 0 0 0 0 ");
-        void* const row = db_result_fetch_row(result.get(), 0);
-        const auto text = [&](int column) {
-            return db_result_get_value(link.get(), result.get(), row, column);
-        };
-        EXPECT_EQ(std::string(text(0), 4), std::string("A\0B\0", 4));
-        EXPECT_EQ(text(1), nullptr);
-        EXPECT_STREQ(text(2), "");
-        EXPECT_EQ(text(3), nullptr);
-        EXPECT_EQ(text(-1), nullptr);
-        EXPECT_EQ(lengths(), "0 3 0 0 0 ");
-        ASSERT_NE(db_result_fetch_row(result.get(), 1), nullptr);
-        EXPECT_EQ(lengths(), "0 1 2 3 0 ");
-        EXPECT_EQ(db_result_fetch_row(result.get(), 2), nullptr);
-        EXPECT_EQ(lengths(), "0 0 0 0 0 ");
+        EXPECT_EQ(db_result_field_length(result.get(), 0), 0U);
+        EXPECT_EQ(row(0), std::string("NULL0A\0B3NULL00NULL0", 20));
+        EXPECT_EQ(row(1), "NULL0x1yy2zzz3NULL0");
+        EXPECT_EQ(row(2), "NULL0NULL0NULL0NULL0NULL0");
     }
 }
 
 // A link that is lost after the first rows came is a failure, however the rows are read.
 TEST_F(Results, ALostLinkIsNeverAShortResult)
 {
-    const auto lost = [](const auto& read) {
-        try {
-            read();
-            ADD_FAILURE() << "no exception";
-        } catch (const Kestro::Exception& e) {
-            EXPECT_EQ(e.message(), "db_result_fetch_row");
-            EXPECT_EQ(e.intParameter(), 4);
-            EXPECT_NE(e.stringParameter(), "");
-        }
-    };
     enum class Way { Store, Stream, StoreLate };
     for (const Way way : {Way::Store, Way::Stream, Way::StoreLate}) {
-        SCOPED_TRACE(static_cast<int>(way));
-        link.reset(db_connect_unix(database.c_str()));
+        reopen();
         const std::string id = value("SELECT CONNECTION_ID()");
         std::thread killer([&id] {
-            const Link other(db_connect_unix(""));
-            const std::string sleeping = "KILL HARD " + id;
-            const std::string look =
-                "SELECT 1 FROM information_schema.processlist WHERE state='User sleep' AND id=" +
-                id;
-            for (bool found = false; !found;) {
-                void* rows = nullptr;
-                ASSERT_EQ(db_query(other.get(), look.c_str(), &rows), 0);
-                found = db_result_row_num(other.get(), rows) > 0;
-                db_free_result(rows);
-            }
-            EXPECT_EQ(db_query(other.get(), sleeping.c_str(), nullptr), 0);
+            const Handle other(db_connect_unix(""), db_disconnect);
+            const std::string asleep = "EXISTS (SELECT 1 FROM information_schema.processlist WHERE "
+                                       "state='User sleep' AND id=" +
+                                       id + ')';
+            const std::string kill = "BEGIN NOT ATOMIC WHILE NOT " + asleep +
+                                     " DO DO 0; END WHILE; KILL HARD " + id + "; END";
+            EXPECT_EQ(db_query(other.get(), kill.c_str(), nullptr), 0);
         });
-        const char* text = "SELECT REPEAT('x', 1000), IF(seq=1000, SLEEP(100), 0) "
-                           "FROM seq_1_to_2000";
-        void* handle = nullptr;
-        const auto call = way == Way::Store ? db_query : db_use_query;
-        EXPECT_EQ(call(link.get(), text, &handle) != 0, way == Way::Store);
-        const Result result(handle);
-        if (way == Way::Stream) {
-            lost([&] {
-                for (int i = 0; db_result_fetch_row(handle, i) != nullptr; ++i) {
-                }
-            });
-            lost([&] { db_result_fetch_row(handle, 0); });
-        } else if (way == Way::StoreLate) {
-            EXPECT_EQ(db_result_row_num(link.get(), handle), 1);
-            lost([&] { db_result_fetch_row(handle, 0); });
+        void* rows = nullptr;
+        const int failed = (way == Way::Store ? db_query : db_use_query)(
+            link.get(), "SELECT REPEAT('x', 1000), IF(seq=1000, SLEEP(100), 0) FROM seq_1_to_2000",
+            &rows);
+        const Handle result(rows, db_free_result);
+        EXPECT_EQ(failed != 0, way == Way::Store);
+        EXPECT_EQ(way == Way::StoreLate ? db_result_row_num(nullptr, rows) : 1, 1);
+        for (int again = 0; again < 2 && failed == 0; ++again) {
+            EXPECT_EQ(failureOf([&] { at(result, 2000); }),
+                      "db_result_fetch_row (4): Lost connection to server during query");
         }
         killer.join();
         EXPECT_EQ(db_error_number(link.get()), 2013);
@@ -149,13 +96,95 @@ TEST_F(Results, ALostLinkIsNeverAShortResult)
 
 TEST_F(Results, OutliveTheirLink)
 {
-    const Result stored = query("SELECT 1");
-    const Result streamed = query("SELECT seq FROM seq_1_to_100000", false);
+    const Handle stored = query("SELECT 1");
+    const Handle streamed = query("SELECT seq FROM seq_1_to_100000", false);
     EXPECT_EQ(at(streamed, 0), "1");
     link.reset();
     EXPECT_EQ(at(stored, 0), "1");
-    EXPECT_THROW(at(streamed, 1), Kestro::Exception);
+    EXPECT_EQ(failureOf([&] { at(streamed, 1); }),
+              "db_result_fetch_row (4): the connection was closed while the rows were read");
     EXPECT_EQ(db_result_row_num(nullptr, streamed.get()), 1);
+}
+
+TEST_F(Results, SeveralStatementsAreOneCall)
+{
+    db_enable_multiple_statements_per_query(link.get());
+    run("CREATE TABLE t (id INT PRIMARY KEY)");
+    run("CREATE PROCEDURE p() BEGIN SELECT 'a' UNION SELECT 'b'; SELECT 'c'; DELETE FROM t; END");
+    for (const bool store : {true, false}) {
+        for (const char* text : {"CALL p()", "INSERT INTO t VALUES (1); SELECT 'a'",
+                                 "SELECT 'a'; SELECT 'c'; INSERT INTO t VALUES (2)"}) {
+            EXPECT_EQ(at(query(text, store), 0), "a") << text;
+        }
+        EXPECT_EQ(value("SELECT COUNT(*) FROM t"), "2");
+        run("CALL p()");
+        EXPECT_EQ(query("INSERT INTO t VALUES (2); DELETE FROM t", store), nullptr);
+        // A failure in the middle is the failure of the call.
+        void* result = &result;
+        EXPECT_NE((store ? db_query : db_use_query)(
+                      link.get(),
+                      "INSERT INTO t VALUES (1); SELECT 'x'; INSERT INTO t VALUES (1); "
+                      "INSERT INTO t VALUES (2); SELECT 'y'",
+                      &result),
+                  0);
+        EXPECT_EQ(result, nullptr);
+        EXPECT_EQ(value("SELECT GROUP_CONCAT(id) FROM t"), "1");
+        EXPECT_EQ(db_error_number(link.get()), 1062); // a success does not clear it
+        EXPECT_STREQ(db_error_message(link.get()), "Duplicate entry '1' for key 'PRIMARY'");
+        run("DELETE FROM t");
+    }
+    // A statement that fails after its first rows.
+    EXPECT_EQ(refusal("SELECT 1; SELECT IF(seq < 9, seq, (SELECT 1 UNION SELECT seq)) "
+                      "FROM seq_1_to_10"),
+              1242);
+    run("DO 1");
+}
+
+TEST_F(Results, WhatIsNotSentLeavesTheLink)
+{
+    EXPECT_EQ(refusal("; DO 1"), 1064);
+    run("SET GLOBAL max_allowed_packet=1048576");
+    reopen();
+    const std::string fits = "SELECT LENGTH('" + std::string(1048557, 'x') + "')";
+    EXPECT_EQ(value(fits), "1048557");
+    EXPECT_EQ(refusal(fits + ' '), 1153);
+    EXPECT_EQ(value("SELECT 'alive'"), "alive");
+    run("SET GLOBAL max_allowed_packet=16777216");
+}
+
+TEST_F(Results, StatementsCountRowsAndKeepTheLastId)
+{
+    db_enable_multiple_statements_per_query(link.get());
+    run("CREATE TABLE t (id INT AUTO_INCREMENT PRIMARY KEY, k INT UNIQUE, v INT)");
+    const Table<const char*, std::uint64_t, std::uint64_t> rows = {
+        {"SELECT 1", 1, 0},
+        {"INSERT INTO t (k, v) VALUES (1, 1)", 1, 1},
+        {"INSERT INTO t (k, v) VALUES (2, 1), (3, 1)", 2, 2},
+        {"UPDATE t SET v=2 WHERE id > 1", 2, 2},
+        {"INSERT INTO t (k, v) VALUES (1, 5) ON DUPLICATE KEY UPDATE v=5", 2, 1},
+        {"INSERT INTO t (k, v) VALUES (4, 5); DO 1; DELETE FROM t WHERE k=1", 1, 5},
+        {"SELECT * FROM t", 3, 5},
+        {" \t\r\n\f\v;;", 0, 5},
+    };
+    for (const auto& [text, changed, id] : rows) {
+        run(text);
+        EXPECT_EQ(db_affected_rows(link.get()), changed) << text;
+        EXPECT_EQ(db_lastid(link.get()), id) << text;
+    }
+}
+
+TEST_F(Results, NullIsAllowedEverywhere)
+{
+    void* result = &result;
+    EXPECT_NE(db_query(nullptr, "DO 1", &result), 0);
+    EXPECT_EQ(result, nullptr);
+    EXPECT_NE(db_enable_multiple_statements_per_query(nullptr), 0);
+    EXPECT_EQ(db_error_number(nullptr), 2006);
+    db_disconnect(nullptr);
+    db_free_result(nullptr);
+    EXPECT_EQ(db_affected_rows(nullptr) + db_lastid(nullptr), 0U);
+    EXPECT_EQ(db_result_row_num(nullptr, nullptr) + db_result_fields_num(nullptr, nullptr), 0);
+    EXPECT_EQ(at({nullptr, db_free_result}, 0), "NULL");
 }
 
 } // namespace

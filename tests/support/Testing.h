@@ -1,0 +1,22 @@
+#pragma once
+
+#include <Kestro/Exception.h>
+
+#include <gtest/gtest.h>
+#include <string>
+#include <tuple>
+#include <vector>
+
+/// The rows of a table of cases.
+template <class... Columns> using Table = std::vector<std::tuple<Columns...>>;
+
+/// All that the exception of a call tells, or "" if the call throws none.
+template <class Call> std::string failureOf(const Call& call)
+{
+    try {
+        call();
+    } catch (const Kestro::Exception& e) {
+        return e.asString();
+    }
+    return "";
+}
