@@ -57,15 +57,15 @@ try {
     // Threads with connections of their own write the same rows.
     std::vector<std::thread> threads;
     std::vector<int> failures(4, 0);
-    for (std::size_t number = 0; number < failures.size(); ++number) {
-        threads.emplace_back([&failures, number] {
+    for (int& own : failures) {
+        threads.emplace_back([&own] {
             KYDBDatabase database;
             database.selectDB("kestro_example");
             for (long round = 0; round < 50; ++round) {
                 Counter counter(database);
                 counter.name = "row " + std::to_string(round % 3);
                 counter.value = round;
-                failures[number] += counter.saveRepeatedly() == 0 ? 0 : 1;
+                own += counter.saveRepeatedly() == 0 ? 0 : 1;
             }
         });
     }

@@ -118,7 +118,7 @@ TEST_F(Database, CreatesSelectsAndEscapes)
     EXPECT_EQ(value("SELECT s FROM `a b`.t"), everyByte());
     connection.dbDelete("`a b`");
     connection.disconnect();
-    EXPECT_EQ(connection.escapeString("''"), "\\'\\'");
+    EXPECT_EQ(connection.escapeString(std::string("\0\n\r\t\x1a\"'\\", 8)), R"(\0\n\r\t\Z\"\'\\)");
     EXPECT_NE(connection.enableMultipleStatementsPerQuery(), 0);
 }
 

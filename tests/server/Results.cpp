@@ -21,6 +21,7 @@ TEST_F(Results, RowsAreFoundByIndex)
 {
     const Handle stored = query("SELECT seq FROM seq_0_to_999");
     EXPECT_EQ(db_result_row_num(nullptr, stored.get()), 1000);
+    EXPECT_EQ(db_affected_rows(link.get()), 1000U);
     EXPECT_EQ(walk(stored, {0, 1, 1, 999, 0, 500, 501, 499, 1000, -1, 1001, 999, 1000}),
               "0 1 1 999 0 500 501 499 NULL NULL NULL 999 NULL ");
 
@@ -133,6 +134,7 @@ TEST_F(Results, SeveralStatementsAreOneCall)
         EXPECT_STREQ(db_error_message(link.get()), "Duplicate entry '1' for key 'PRIMARY'");
         run("DELETE FROM t");
     }
+    EXPECT_EQ(refusal("DO 1; FAIL"), 1064);
     // A statement that fails after its first rows.
     EXPECT_EQ(refusal("SELECT 1; SELECT IF(seq < 9, seq, (SELECT 1 UNION SELECT seq)) "
                       "FROM seq_1_to_10"),
