@@ -15,6 +15,7 @@ std::atomic<int> alive{0};
 // RefImpl is a virtual base twice over, and neither the first part of the object nor at its start.
 struct Left : virtual RefImpl {
     int left = 1;
+    int count() const { return m_refCount; }
 };
 struct Right : virtual RefImpl {
     int right = 2;
@@ -22,7 +23,6 @@ struct Right : virtual RefImpl {
 struct Shared : Left, Right {
     Shared() { ++alive; }
     ~Shared() override { --alive; }
-    int count() const { return m_refCount; }
 };
 
 struct Refused : RefImpl {
@@ -37,6 +37,7 @@ TEST(Handles, ShareAndTheLastOneDestroys)
         Ref<Shared> second(first);
         second = *&second; // itself
         EXPECT_EQ(second->count(), 2);
+        EXPECT_EQ(Left(*second).count(), 1); // a copy is a new object
         Ref<Shared> other(new Shared);
         other = first;
         EXPECT_EQ(alive, 1);
