@@ -41,6 +41,7 @@ void emptyTable()
     execute(connection, std::string("CREATE DATABASE IF NOT EXISTS ") + BenchDatabase);
     connection.dbSelect(BenchDatabase);
     // MEMORY keeps the server's own work small.
+    execute(connection, "SET max_heap_table_size=1073741824");
     execute(connection, "CREATE OR REPLACE TABLE line (id INT, text VARCHAR(200)) ENGINE=MEMORY");
 }
 

@@ -32,7 +32,7 @@ struct FreeResult {
     void operator()(void* result) const { db_free_result(result); }
 };
 
-[[noreturn]] void refuse(unsigned line, const std::string& text)
+[[noreturn]] void raise(unsigned line, const std::string& text)
 {
     DatabaseException refused(4, File, line);
     refused.stringParameter(text);
@@ -68,23 +68,21 @@ std::string Query::sql() const
 
 void Query::execute()
 {
-    // The client takes a NUL-terminated text: one that has a NUL at its end, as a script's batch
-    // has, need not be copied for it.
-    std::string copy;
-    std::string_view statement = m_buffer.view();
-    if (!statement.ends_with('\0')) {
-        copy = statement;
-        statement = copy;
-    }
-    const unsigned line = m_parser != nullptr ? LineWithParser : LineWithoutParser;
+    const std::string statement = sql();
     if (statement.empty()) {
         return;
     }
     if (fail()) {
         m_errorMessage = "the statement was not written completely";
         m_errorNumber = UnknownError;
-        refuse(line, (m_errorMessage + " : ").append(statement));
+        refuse(statement);
     }
+    send(statement);
+}
+
+// The text has a NUL at its end, or behind it.
+void Query::send(std::string_view statement)
+{
     void* const handle = m_connection.m_handle;
     const auto run = m_storeResult ? db_query : db_use_query;
     void* received = nullptr;
@@ -94,7 +92,7 @@ void Query::execute()
         if (failed != 0) {
             m_errorMessage = m_connection.errorMessage();
             m_errorNumber = m_connection.errorNumber();
-            refuse(line, (m_errorMessage + " : ").append(statement));
+            refuse(statement);
         }
         if (m_parser != nullptr) {
             m_parser->parse(handle, received);
@@ -102,6 +100,12 @@ void Query::execute()
     }
     // Not `handle`: the parser may have reopened the connection.
     m_affectedRows = static_cast<std::uint32_t>(db_affected_rows(m_connection.m_handle));
+}
+
+void Query::refuse(std::string_view statement) const
+{
+    raise(m_parser != nullptr ? LineWithParser : LineWithoutParser,
+          (m_errorMessage + " : ").append(statement));
 }
 
 std::uint64_t Query::get_lastid() const
@@ -141,9 +145,8 @@ QueryFile::QueryFile(Connection& connection, const std::string& path) : m_connec
 void QueryFile::execute()
 {
     for (const std::string& batch : m_statements) {
-        Query query(m_connection, nullptr, true);
-        query << batch << std::ends;
-        query.execute();
+        // The text of the query is the batch with one NUL: it is sent from where it is.
+        Query(m_connection, nullptr, true).send({batch.c_str(), batch.size() + 1});
     }
 }
 
@@ -151,10 +154,10 @@ QueryLoadData::QueryLoadData(Connection& connection, const std::string& database
                              const std::string& table, const std::string& file)
 {
     if (!connection.dbSelectIfExists(database)) {
-        refuse(NoDatabaseLine, "database not exist");
+        raise(NoDatabaseLine, "database not exist");
     }
     if (!QueryTableExists(connection, table).exists()) {
-        refuse(NoTableLine, "table not exist");
+        raise(NoTableLine, "table not exist");
     }
     execute(connection, "DELETE FROM " + table + ";");
     execute(connection, "LOAD DATA INFILE '" + file + "' REPLACE INTO TABLE " + table + ";");

@@ -99,20 +99,24 @@ TEST(Handles, DroppedOnManyThreadsDestroyOnce)
     EXPECT_EQ(alive, 0);
 }
 
+struct Row : NoopRowImpl, Shared {};
+
 TEST(Handles, RowsLiveAsLongAsAContainerOrAHandle)
 {
-    RowContainer container;
-    const Ref<RowImpl> row(new NoopRowImpl);
+    Ref<RowImpl> row(new Row);
     {
+        RowContainer container;
         RowContainer assigned;
         assigned = RowContainer(container);
         assigned.add(row);
         assigned = *&assigned;
         EXPECT_EQ(&*container.rows().front(), &*row);
         container = RowContainer();
+        EXPECT_TRUE(container.rows().empty());
     }
-    EXPECT_TRUE(row->parse(nullptr, nullptr, nullptr));
-    EXPECT_TRUE(container.rows().empty());
+    EXPECT_EQ(alive, 1);
+    row = Ref<RowImpl>();
+    EXPECT_EQ(alive, 0);
 }
 
 struct OtherName : TableName {

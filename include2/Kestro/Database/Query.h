@@ -8,6 +8,7 @@
 #include <ostream>
 #include <sstream>
 #include <string>
+#include <string_view>
 
 namespace Kestro::Database {
 
@@ -80,6 +81,11 @@ public:
     std::uint32_t affectedRows() const { return m_affectedRows; }
 
 private:
+    friend class QueryFile;
+
+    void send(std::string_view statement);
+    [[noreturn]] void refuse(std::string_view statement) const;
+
     Connection& m_connection;
     std::stringbuf m_buffer;
     RowParser* m_parser;
