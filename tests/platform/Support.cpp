@@ -46,22 +46,22 @@ TEST(Platform, AddressesAreDottedQuadsAndPorts)
 TEST(Platform, MutexIsRecursiveAndSemaphoreCounts)
 {
     Mutex mutex;
-    Semaphore free(1);
+    Semaphore free(2);
     int lent = 0;
     const auto lend = [&] {
         for (int round = 0; round < 10000; ++round) {
             free.wait();
             const Synchronized outer(mutex);
             const Synchronized inner(mutex);
-            ++free;
             ++lent;
+            ++free;
         }
     };
     std::thread other(lend);
     lend();
     other.join();
     EXPECT_EQ(lent, 20000);
-    EXPECT_TRUE(free.trywait());
+    EXPECT_TRUE(free.trywait() && free.trywait());
     EXPECT_FALSE(free.trywait());
     EXPECT_EQ(failureOf([] { Semaphore refused(1U << 31); }), "Semaphore (4)");
     Semaphore full((1U << 31) - 1);

@@ -25,6 +25,10 @@ struct Shared : Left, Right {
     ~Shared() override { --alive; }
 };
 
+struct Node : Shared {
+    Ref<Node> next;
+};
+
 struct Refused : RefImpl {
     static void* operator new(std::size_t /*size*/) noexcept { return nullptr; }
     static void operator delete(void* /*object*/) {}
@@ -51,6 +55,20 @@ TEST(Handles, ShareAndTheLastOneDestroys)
     EXPECT_EQ(alive, 0);
 }
 
+TEST(Handles, MayBelongToTheObjectThatTheyReplace)
+{
+    {
+        Ref<Node> head(new Node);
+        head->next = Ref<Node>(new Node);
+        head = head->next;
+        EXPECT_EQ(alive, 1);
+        head->next = Ref<Node>(new Node);
+        head = std::move(head->next);
+        EXPECT_EQ(alive, 1);
+    }
+    EXPECT_EQ(alive, 0);
+}
+
 TEST(Handles, OwnABlockEach)
 {
     auto* first = new RefCounted<Shared>;
@@ -59,6 +77,7 @@ TEST(Handles, OwnABlockEach)
     EXPECT_NE(first, second);
     EXPECT_TRUE(*first == *second);
     RefCountedImplCopy(second, first); // the old block of the same object goes first
+    RefCountedImplCopy<Shared>(second, second);
     EXPECT_EQ(first->object()->count(), 2);
     const RefCounted<Shared> none(nullptr);
     RefCountedImplCopy(second, &none);

@@ -145,12 +145,13 @@ TEST(TableMap, RecordsWriteTheirStatementsAndKeepTheirLastFailure)
     EXPECT_EQ(user.get(nullptr) + user.save(false) + user.save(true) + user.remove(), 0);
     User composite(&database);
     composite.nameFlags |= KYDB_FLAG_KEY;
-    EXPECT_EQ(composite.remove(), 0);
+    EXPECT_EQ(composite.get(nullptr) + composite.remove(), 0);
     const std::string save = "query, no result: INSERT INTO users SET id=4,name=\"A\"";
     EXPECT_EQ(client.calls,
               (Calls{"connect mysql", "query, no result: SELECT id,name FROM users WHERE id=4;",
                      save + ';', save + " ON DUPLICATE KEY UPDATE id=4,name=\"A\";",
                      "query, no result: DELETE FROM users WHERE id=4",
+                     "query, no result: SELECT id,name FROM users WHERE id=4 AND name=\"A\";",
                      "query, no result: DELETE FROM users WHERE id=4 AND name=\"A\""}));
     client.error = "syntax";
     testing::internal::CaptureStderr();
