@@ -4,7 +4,8 @@ execute_process(COMMAND ${NM} -DC --defined-only ${LIBRARIES}
   OUTPUT_VARIABLE output COMMAND_ERROR_IS_FATAL ANY)
 string(REPLACE "\n" ";" lines "${output}")
 list(FILTER lines INCLUDE REGEX "^[0-9a-f]+ [TBDR] ")
-list(FILTER lines EXCLUDE REGEX "thunk to")
+# Which of these are strong symbols is the compiler's choice.
+list(FILTER lines EXCLUDE REGEX " (typeinfo|vtable|VTT|construction vtable) |thunk to")
 # One line for a class or a namespace and its functions.
 list(TRANSFORM lines REPLACE "^[0-9a-f]+ . " "")
 list(TRANSFORM lines REPLACE "\\[abi:cxx11\\]|\\(.*" "")
