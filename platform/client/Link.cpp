@@ -1,6 +1,7 @@
 #include "Link.h"
 
 #include "Result.h"
+#include "Text.h"
 
 #include <db_client.h>
 
@@ -87,13 +88,8 @@ std::string loginName()
     return found != nullptr ? found->pw_name : std::to_string(geteuid());
 }
 
-struct Close {
-    void operator()(MYSQL* mysql) const { mysql_close(mysql); }
-};
-using OwnedMysql = std::unique_ptr<MYSQL, Close>;
-
 // Opens a link with the session set up; on failure the number and text stay on the object.
-bool connect(MYSQL* mysql, const char* database, bool multipleStatements)
+bool connect(MYSQL* mysql, const std::string& database, bool multipleStatements)
 {
     const unsigned timeout = ConnectTimeout;
     const unsigned localInfile = 0;
@@ -104,7 +100,7 @@ bool connect(MYSQL* mysql, const char* database, bool multipleStatements)
     mysql_options(mysql, MYSQL_SET_CHARSET_NAME, "utf8mb4");
     mysql_options(mysql, MYSQL_INIT_COMMAND, SessionSetup);
     const std::string user = loginName();
-    if (mysql_real_connect(mysql, nullptr, user.c_str(), nullptr, database, 0, socketPath(),
+    if (mysql_real_connect(mysql, nullptr, user.c_str(), nullptr, database.c_str(), 0, socketPath(),
                            multipleStatements ? CLIENT_MULTI_STATEMENTS : 0) == nullptr) {
         return false;
     }
@@ -135,27 +131,105 @@ std::vector<std::string> queryRow(MYSQL* mysql, std::string_view text, int timeo
 
 } // namespace
 
-Link::Link(MYSQL* opened, bool multipleStatementsOn, unsigned long packetLimit)
-    : mysql(opened), generation(currentGeneration), multipleStatements(multipleStatementsOn),
-      maxAllowedPacket(packetLimit)
+Link::Link(const char* databaseName, bool multipleStatementsOn)
+    : database(databaseName), generation(currentGeneration),
+      multipleStatements(multipleStatementsOn)
 {}
+
+Link::~Link()
+{
+    mysql_close(mysql);
+}
+
+int Link::open()
+{
+    // A handle whose connect failed, or whose link was lost, cannot connect again.
+    mysql_close(std::exchange(mysql, mysql_init(nullptr)));
+    if (mysql == nullptr) {
+        return fail(CR_OUT_OF_MEMORY, "Client run out of memory");
+    }
+    std::vector<std::string> limit;
+    if (connect(mysql, database, multipleStatements)) {
+        limit = queryRow(mysql, "SELECT @@SESSION.max_allowed_packet",
+                         static_cast<int>(ConnectTimeout) * 1000);
+    }
+    if (limit.empty()) {
+        return mysql_errno(mysql) != 0 ? fail()
+                                       : fail(CR_SERVER_LOST, "Lost connection to server: no answer");
+    }
+    maxAllowedPacket = std::stoul(limit.front());
+    sessionKnown = true;
+    sessionFresh = true;
+    lossTold = false;
+    return 0;
+}
+
+int Link::ready(std::string_view text)
+{
+    if (ofParent()) {
+        return fail(CR_SERVER_GONE_ERROR,
+                    "MySQL server has gone away (the connection is the parent process's)");
+    }
+    if (stream != nullptr) {
+        return fail(CR_COMMANDS_OUT_OF_SYNC,
+                    "Commands out of sync; a result of this connection is still being streamed");
+    }
+    if (!isAlive()) {
+        if (!lossTold && !mayBeReplaced(text)) {
+            lossTold = true;
+            return fail(CR_SERVER_GONE_ERROR,
+                        "MySQL server has gone away, and what the session held is lost; the "
+                        "statement was not sent, the next one has a fresh session");
+        }
+        if (const int failed = replace()) {
+            return failed;
+        }
+    }
+    return checkSession();
+}
+
+// The server says nothing on an idle link, so anything to be read there is its end.
+bool Link::isAlive() const
+{
+    if (lossTold) {
+        return false;
+    }
+    pollfd socket{mysql_get_socket(mysql), POLLIN, 0};
+    return socket.fd >= 0 && poll(&socket, 1, 0) == 0;
+}
+
+bool Link::mayBeReplaced(std::string_view text) const
+{
+    constexpr unsigned Transaction = SERVER_STATUS_IN_TRANS | SERVER_STATUS_AUTOCOMMIT;
+    return sessionFresh && (mysql->server_status & Transaction) == SERVER_STATUS_AUTOCOMMIT &&
+           !asksAboutTheLast(text);
+}
+
+int Link::replace()
+{
+    if (open() == 0) {
+        return 0;
+    }
+    // One number for all that was not sent; 2013, which a connect can end with too, would say that
+    // the statement may have run.
+    lossTold = true;
+    return fail(CR_SERVER_GONE_ERROR, "MySQL server has gone away; opening the connection again: " +
+                                          failure.text + " (" + std::to_string(failure.number) +
+                                          ')');
+}
 
 int Link::fail()
 {
     sessionKnown = false;
-    return fail(static_cast<int>(mysql_errno(mysql)), mysql_error(mysql));
+    const auto number = static_cast<int>(mysql_errno(mysql));
+    lossTold |= number == CR_SERVER_GONE_ERROR || number == CR_SERVER_LOST;
+    return fail(number, mysql_error(mysql));
 }
 
 int Link::fail(int number, std::string text)
 {
     failure = {number, std::move(text)};
     return 1;
-}
-
-int Link::failOutOfSync()
-{
-    return fail(CR_COMMANDS_OUT_OF_SYNC,
-                "Commands out of sync; a result of this connection is still being streamed");
 }
 
 void Link::ended(std::uint64_t rows)
@@ -166,6 +240,7 @@ void Link::ended(std::uint64_t rows)
     }
     if ((mysql->server_status & SERVER_SESSION_STATE_CHANGED) != 0) {
         sessionKnown = false;
+        sessionFresh = false;
     }
 }
 
@@ -178,7 +253,8 @@ int Link::checkSession()
         mysql, "SELECT @@SESSION.sql_mode, @@character_set_client, @@session_track_state_change",
         NoTimeout);
     if (session.empty()) {
-        return fail();
+        fail();
+        return lossTold ? fail(CR_SERVER_GONE_ERROR, failure.text) : 1;
     }
     const auto refuse = [this](const std::string& reason) {
         return fail(ER_WRONG_VALUE_FOR_VAR,
@@ -209,7 +285,7 @@ bool Link::ofParent() const
 void Link::detachSocket() const
 {
     const int own = mysql_get_socket(mysql);
-    const int nowhere = open("/dev/null", O_RDWR | O_CLOEXEC);
+    const int nowhere = ::open("/dev/null", O_RDWR | O_CLOEXEC);
     if (nowhere < 0) {
         close(own);
         return;
@@ -239,26 +315,13 @@ void* db_connect_unix(const char* database)
     static std::once_flag initialised;
     std::call_once(initialised, client::initialiseConnector);
 
-    client::OwnedMysql mysql(mysql_init(nullptr));
-    if (!mysql) {
-        client::failureWithoutLink() = {CR_OUT_OF_MEMORY, "Client run out of memory"};
-        return nullptr;
-    }
-    const bool multipleStatements = client::multipleStatementsPromised;
-    std::vector<std::string> limit;
-    if (client::connect(mysql.get(), database, multipleStatements)) {
-        limit = client::queryRow(mysql.get(), "SELECT @@SESSION.max_allowed_packet",
-                                 static_cast<int>(client::ConnectTimeout) * 1000);
-    }
-    if (limit.empty()) {
-        const auto number = static_cast<int>(mysql_errno(mysql.get()));
-        client::failureWithoutLink() =
-            number != 0 ? client::Failure{number, mysql_error(mysql.get())}
-                        : client::Failure{CR_SERVER_LOST, "Lost connection to server: no answer"};
+    auto link = std::make_unique<Link>(database, client::multipleStatementsPromised);
+    if (link->open() != 0) {
+        client::failureWithoutLink() = link->failure;
         return nullptr;
     }
     client::multipleStatementsPromised = false;
-    return new Link(mysql.release(), multipleStatements, std::stoul(limit.front()));
+    return link.release();
 }
 
 void db_disconnect(void* handle)
@@ -275,7 +338,6 @@ void db_disconnect(void* handle)
         shutdown(mysql_get_socket(link->mysql), SHUT_RDWR);
         link->stream->linkCloses();
     }
-    mysql_close(link->mysql);
     if (link->multipleStatements) {
         client::multipleStatementsPromised = true;
     }
@@ -299,8 +361,8 @@ int db_enable_multiple_statements_per_query(void* handle)
     if (link == nullptr) {
         return client::failNotConnected();
     }
-    if (link->stream != nullptr) {
-        return link->failOutOfSync();
+    if (const int failed = link->ready("")) {
+        return failed;
     }
     if (mysql_set_server_option(link->mysql, MYSQL_OPTION_MULTI_STATEMENTS_ON) != 0) {
         return link->fail();

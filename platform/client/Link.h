@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <mysql.h>
 #include <string>
+#include <string_view>
 
 namespace client {
 
@@ -14,19 +15,37 @@ struct Failure {
     std::string text;
 };
 
-/// What a connection handle points at: one link to the server and what was promised for it.
+/// What a connection handle points at: one link to the server and what was promised for it. When
+/// the link is lost, another one takes its place.
 struct Link {
-    MYSQL* mysql;
-    unsigned generation; ///< of the process that opened it, see ofParent()
+    MYSQL* mysql = nullptr;
+    const std::string database;
+    const unsigned generation; ///< of the process that opened it, see ofParent()
     bool multipleStatements;
-    unsigned long maxAllowedPacket; ///< the server's limit, bytes
-    bool sessionKnown = true;       ///< nothing may have changed the session since it was looked at
-    Result* stream = nullptr;       ///< the result whose rows still stand on the link, or null
+    unsigned long maxAllowedPacket = 0; ///< the server's limit, bytes
+    bool sessionKnown = true;           ///< nothing may have changed what escaped values mean since
+                                        ///< it was looked at
+    bool sessionFresh = true;           ///< nothing outside a transaction was left in the session
+    bool lossTold = false;              ///< the link is lost, and a failure has said so
+    Result* stream = nullptr;           ///< the result whose rows still stand on the link, or null
     Failure failure;
     std::uint64_t affectedRows = 0;
     std::uint64_t lastId = 0;
 
-    Link(MYSQL* opened, bool multipleStatementsOn, unsigned long packetLimit);
+    /// A link that is not open yet.
+    Link(const char* databaseName, bool multipleStatementsOn);
+    Link(const Link&) = delete;
+    Link& operator=(const Link&) = delete;
+    ~Link();
+
+    /// Opens the link, closing the one that was lost if there is one, with a fresh session. Returns
+    /// 0, or 1 and keeps the reason as the link's failure.
+    int open();
+
+    /// 0 if a text may be sent now: no result stands on the link, the link is alive, and escaped
+    /// values are safe in its session. A lost link is replaced: at once if neither its session nor
+    /// the text makes a difference, else the call fails with 2006 and the next one does it.
+    int ready(std::string_view text);
 
     /// Keeps the Connector's number and text as the link's failure; returns 1, what a failed call
     /// returns. The session counts as unknown: the server does not tell what a statement changed
@@ -34,18 +53,19 @@ struct Link {
     int fail();
     /// Keeps a failure of this layer's own; returns 1.
     int fail(int number, std::string text);
-    /// The failure of a call while a streamed result stands on the link; returns 1.
-    int failOutOfSync();
     /// Keeps what the statement that just ended leaves behind: its rows and the id it generated.
     void ended(std::uint64_t rows);
 
-    /// 0 if escaped values are safe in the session as it is now; asks the server if the session may
-    /// have changed.
-    int checkSession();
     /// Whether this process is a child of the one that opened the link: its socket is not ours.
     bool ofParent() const;
     /// Lets go of the socket without a word to the server.
     void detachSocket() const;
+
+private:
+    bool isAlive() const;
+    bool mayBeReplaced(std::string_view text) const;
+    int replace();
+    int checkSession();
 };
 
 /// The failure kept for this thread in the place of a link's.

@@ -1,13 +1,14 @@
 #include "Link.h"
 #include "Result.h"
+#include "Text.h"
 
 #include <db_client.h>
 
-#include <cstring>
 #include <errmsg.h>
 #include <memory>
 #include <mysqld_error.h>
 #include <string>
+#include <string_view>
 
 namespace client {
 
@@ -19,29 +20,20 @@ constexpr std::size_t PacketOverhead = 2;
 
 enum class Rows { Transfer, DecideLate };
 
-// The characters that the server itself skips around a statement.
-bool isBlank(const char* text, std::size_t length)
-{
-    return std::strspn(text, " \t\n\v\f\r;") == length;
-}
-
 // 0 if the text may be sent.
-int refuse(Link& link, std::size_t length)
+int refuse(Link& link, std::string_view text)
 {
-    if (link.ofParent()) {
-        return link.fail(CR_SERVER_GONE_ERROR,
-                         "MySQL server has gone away (the connection is the parent process's)");
+    if (const int failed = link.ready(text)) {
+        return failed;
     }
-    if (link.stream != nullptr) {
-        return link.failOutOfSync();
-    }
-    if (length + PacketOverhead > link.maxAllowedPacket) {
+    if (text.size() + PacketOverhead > link.maxAllowedPacket) {
         return link.fail(ER_NET_PACKET_TOO_LARGE,
                          "Got a packet bigger than 'max_allowed_packet' bytes: a statement of " +
-                             std::to_string(length) + " bytes is too long for max_allowed_packet=" +
+                             std::to_string(text.size()) +
+                             " bytes is too long for max_allowed_packet=" +
                              std::to_string(link.maxAllowedPacket) + "; it was not sent");
     }
-    return link.checkSession();
+    return 0;
 }
 
 // Reads the rows of the current result set and forgets them.
@@ -73,17 +65,9 @@ int storeRows(Link& link, std::unique_ptr<Result>& result)
 
 // Sends the text and reads what every statement of it answers. The first result set goes to
 // `result` if there is one to fill.
-int run(Link& link, const char* text, std::unique_ptr<Result>* result, Rows rows)
+int run(Link& link, std::string_view text, std::unique_ptr<Result>* result, Rows rows)
 {
-    const std::size_t length = std::strlen(text);
-    if (isBlank(text, length)) {
-        link.affectedRows = 0;
-        return 0;
-    }
-    if (const int refused = refuse(link, length)) {
-        return refused;
-    }
-    if (mysql_real_query(link.mysql, text, length) != 0) {
+    if (mysql_real_query(link.mysql, text.data(), text.size()) != 0) {
         return link.fail();
     }
     for (;;) {
@@ -111,7 +95,7 @@ int run(Link& link, const char* text, std::unique_ptr<Result>* result, Rows rows
     }
 }
 
-int query(void* handle, const char* text, void** result, Rows rows)
+int query(void* handle, std::string_view text, void** result, Rows rows)
 {
     if (result != nullptr) {
         *result = nullptr;
@@ -119,13 +103,24 @@ int query(void* handle, const char* text, void** result, Rows rows)
     if (handle == nullptr) {
         return failNotConnected();
     }
+    Link& link = *static_cast<Link*>(handle);
+    if (isBlank(text)) {
+        link.affectedRows = 0;
+        return 0;
+    }
+    if (const int refused = refuse(link, text)) {
+        return refused;
+    }
+    link.sessionFresh = link.sessionFresh && !leavesUnseen(text);
     std::unique_ptr<Result> first;
-    const int failed =
-        run(*static_cast<Link*>(handle), text, result != nullptr ? &first : nullptr, rows);
-    if (failed == 0 && result != nullptr) {
+    if (const int failed = run(link, text, result != nullptr ? &first : nullptr, rows)) {
+        link.sessionFresh = link.sessionFresh && leavesNothingIfRefused(text);
+        return failed;
+    }
+    if (result != nullptr) {
         *result = first.release();
     }
-    return failed;
+    return 0;
 }
 
 } // namespace
