@@ -68,9 +68,11 @@ public:
     void connect();
     /// Closes the link if one is open.
     void disconnect();
-    /// Connected or Disconnected. A link that the server has dropped still counts as connected:
-    /// its statements fail with 2006 or 2013 until disconnect() and connect(), or dbSelect(), open
-    /// it again.
+    /// Connected or Disconnected. A link that the server has dropped still counts as connected: the
+    /// next statement opens it again. If the session held nothing that could be missed, that is all;
+    /// if it held a transaction, temporary tables, variables or locks, that statement fails with
+    /// 2006, unsent, and the one after it finds a fresh session. A statement that the loss
+    /// interrupts fails with 2013: it may have run, and is never sent again.
     std::int32_t state() const { return m_state; }
 
     /// Lets one query text carry several statements. Returns 0, or another value on failure.

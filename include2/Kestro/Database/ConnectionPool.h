@@ -1,0 +1,154 @@
+#pragma once
+
+#include <Kestro/Api.h>
+#include <Kestro/Database/Connection.h>
+#include <Kestro/SocketAddress.h>
+#include <Kestro/Threads.h>
+#include <KestroRefcounted>
+
+#include <cstdint>
+#include <list>
+#include <string>
+
+namespace Kestro::Database {
+
+class ConnectionPool;
+
+/// One connection of a pool, held through RefConnection. Whoever has it on loan is its only user.
+class KESTRO_API _Connection : public RefImpl {
+public:
+    /// Opens the connection; throws what Connection throws.
+    _Connection(const std::string& database, const std::string& param2, const std::string& param3,
+                const SocketAddress& address, int id);
+    ~_Connection() override;
+
+    /// The connection itself. It lives as long as a handle to this object.
+    Connection& connection() { return m_connection; }
+    /// Its number: unique within its pool, never used again there.
+    std::int32_t id() const { return m_id; }
+
+private:
+    friend class ConnectionPool;
+
+    Connection m_connection;
+    Semaphore m_semaphore; // 1: free, 0: on loan
+    std::int32_t m_id;
+};
+
+/// Handle to a connection of a pool, or empty. Having one is not having the connection on loan.
+class KESTRO_API RefConnection : public Ref<_Connection> {
+public:
+    /// An empty handle.
+    RefConnection() = default;
+    /// The first owner of a new connection; throws what Connection throws.
+    RefConnection(const std::string& database, const std::string& param2, const std::string& param3,
+                  const SocketAddress& address, int id);
+};
+
+/// A small set of open connections to one database, lent to one holder at a time.
+///
+///     ConnectionPool pool("shop", "", "", Connection::defaultAddress(), 4);
+///     ...
+///     ConnectionPool::Lock lock = pool.getConnection(true);
+///     if (lock) {
+///         Query(lock.connection()) ...
+///     } // and back it goes
+///
+/// The pool opens its connections when it is constructed and has no lock of its own; each
+/// connection carries a semaphore that says whether it is free. A connection that the server
+/// dropped mends itself, see Connection::state(); reset() is for one whose session is not to be
+/// trusted any more.
+///
+/// Threads: getConnection(), and the end of the loans, may happen in any number of threads at once.
+/// Construction, growPool(), reset() and destruction want the pool for themselves: no other thread
+/// may use it meanwhile. The pool must outlive its loans.
+class KESTRO_API ConnectionPool {
+public:
+    /// The loan of one connection, or of none. Its end gives the connection back.
+    ///
+    /// Threads: one Lock belongs to one thread at a time.
+    class KESTRO_API Lock {
+    public:
+        /// An empty loan, to assign one to. With checkPool it accepts only a connection of a pool
+        /// that is equal to this one.
+        Lock(ConnectionPool& pool, bool checkPool);
+        /// The loan of a connection that the caller has from reset(). The pool must be the one that
+        /// the connection belongs to.
+        Lock(RefConnection& connection, ConnectionPool& pool, bool checkPool);
+        Lock(const Lock&) = delete;
+        /// Takes over the other's loan; the other is empty afterwards, also if the pools are
+        /// checked and unequal and nothing is taken. A loan that is overwritten, or not taken, is
+        /// not given back: its connection stays taken until reset() replaces it. So assign to empty
+        /// loans only, and a loan to itself never.
+        Lock& operator=(const Lock& other);
+        /// Gives the connection back.
+        ~Lock();
+
+        /// Whether a connection is on loan.
+        explicit operator bool() const { return static_cast<bool>(m_connection); }
+        /// The connection. Throws Exception("operator->", 1) if the loan is empty. Not to be used
+        /// after the loan's end.
+        Connection& connection() const { return m_connection->connection(); }
+        /// The handle to it, empty if the loan is; reset() takes a copy of it.
+        const RefConnection& ref() const { return m_connection; }
+
+    private:
+        friend class ConnectionPool;
+
+        mutable RefConnection m_connection; // an assignment empties its source
+        ConnectionPool* m_pool;
+        bool m_checkPool;
+    };
+
+    /// Opens this many connections on the database, 25 at most; 0 opens none. Their ids are 1, 2, 3
+    /// and so on. The other arguments are those of Connection. If one cannot be opened, throws
+    /// Exception("Database::ConnectionPool", 4), file "ConnectionPool", line 93, with Connection's
+    /// exception as cause, and the others are closed.
+    ConnectionPool(const std::string& database, const std::string& param2,
+                   const std::string& param3, const SocketAddress& address, unsigned size);
+    ConnectionPool(const ConnectionPool&) = delete;
+    ConnectionPool& operator=(const ConnectionPool&) = delete;
+    /// Closes every connection to which nobody else has a handle.
+    ~ConnectionPool();
+
+    /// Lends the free connection that is first in the pool's order. If none is free, returns an
+    /// empty loan: at once, or with wait after 20 looks with a pause of 0.1 seconds behind each, if
+    /// none became free meanwhile. Those who wait are not served in their order.
+    Lock getConnection(bool wait);
+
+    /// Marks the lock's connection as free; the lock's destructor calls it. An empty lock, and a
+    /// connection that is not in the pool any more, make no difference.
+    void returnConnection(Lock& lock);
+
+    /// Replaces the pool's connection of the same id by a new one, with a new id and last in order,
+    /// and returns it, on loan to the caller, who makes a Lock of it. The old connection is closed
+    /// when its last handle goes; the argument stays as it is. Returns an empty handle, and changes
+    /// nothing, if the pool has no connection of that id.
+    ///
+    /// Throws Exception("operator->", 1) if the handle is empty and the pool is not. If no new
+    /// connection can be opened, throws what Connection throws, and the pool is one smaller.
+    RefConnection reset(RefConnection& connection);
+
+    /// Opens one more connection, without limit, and lends it. Throws what Connection throws.
+    Lock growPool();
+
+    /// The number of connections, free and on loan.
+    unsigned size() const;
+
+    /// Whether both have the same database and the same IP address.
+    bool operator==(const ConnectionPool& other) const;
+
+private:
+    RefConnection open();
+    RefConnection openLent();
+
+    std::int32_t m_lastId = 0;
+    std::string m_database;
+    std::string m_param2;
+    std::string m_param3;
+    SocketAddress m_address;
+    std::list<RefConnection> m_connections;
+    RefConnection m_nullConnection;
+};
+
+} // namespace Kestro::Database

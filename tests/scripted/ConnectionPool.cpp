@@ -1,0 +1,166 @@
+#include "ScriptedClient.h"
+#include "Testing.h"
+
+#include <Kestro/Database/ConnectionPool.h>
+#include <functional>
+#include <memory>
+
+using Kestro::SocketAddress;
+using namespace Kestro::Database;
+
+namespace {
+
+// Called in each pause of a caller who waits.
+std::function<void()> inPause;
+
+class Pool : public testing::Test {
+protected:
+    const SocketAddress address{Kestro::IPAddress("127.0.0.1"), 3306};
+    int pauses = 0;
+
+    Pool()
+    {
+        client = {};
+        inPause = [this] { ++pauses; };
+    }
+    ~Pool() override { EXPECT_EQ(client.open, 0) << "connections left open"; }
+
+    using Held = std::unique_ptr<ConnectionPool::Lock>;
+    static Held hold(ConnectionPool& pool)
+    {
+        return Held(new ConnectionPool::Lock(pool.getConnection(false)));
+    }
+    // 0 for an empty loan.
+    static int lentId(const ConnectionPool::Lock& lock) { return lock ? lock.ref()->id() : 0; }
+};
+
+TEST_F(Pool, LendsTheFirstFreeConnectionToOneHolderAtATime)
+{
+    ConnectionPool pool("one", "", "", address, 3);
+    const ConnectionPool::Lock first = pool.getConnection(false);
+    Held second = hold(pool);
+    const ConnectionPool::Lock third = pool.getConnection(false);
+    EXPECT_EQ(lentId(first), 1);
+    EXPECT_EQ(lentId(*second), 2);
+    EXPECT_EQ(lentId(third), 3);
+    EXPECT_EQ(&first.connection(), &first.ref()->connection());
+    second.reset();
+    EXPECT_EQ(lentId(pool.getConnection(false)), 2);
+    EXPECT_EQ(lentId(pool.getConnection(false)), 2);
+    EXPECT_EQ(pauses, 0);
+}
+
+TEST_F(Pool, AWaitingCallerLooksTwentyTimes)
+{
+    ConnectionPool pool("one", "", "", address, 1);
+    Held holder = hold(pool);
+    EXPECT_EQ(lentId(pool.getConnection(false)), 0);
+    EXPECT_EQ(pauses, 0);
+    const ConnectionPool::Lock none = pool.getConnection(true);
+    EXPECT_EQ(pauses, 20);
+    EXPECT_EQ(failureOf([&] { none.connection(); }),
+              "operator-> (1) at include2/KestroRefcounted:359");
+    inPause = [&] {
+        if (++pauses == 39) {
+            holder.reset();
+        }
+    };
+    EXPECT_EQ(lentId(pool.getConnection(true)), 1);
+    EXPECT_EQ(pauses, 39);
+}
+
+TEST_F(Pool, OpensTwentyFiveAtMostAndAllOrNone)
+{
+    EXPECT_EQ(ConnectionPool("one", "", "", address, 0).size(), 0U);
+    EXPECT_EQ(ConnectionPool("one", "", "", address, 25).size(), 25U);
+    ConnectionPool pool("one", "", "", address, 30);
+    EXPECT_EQ(pool.size(), 25U);
+    const ConnectionPool::Lock grown = pool.growPool();
+    EXPECT_EQ(lentId(grown), 26);
+    EXPECT_EQ(pool.size(), 26U);
+
+    client.calls.clear();
+    client.connects = {true, true, false};
+    client.error = "no more";
+    EXPECT_EQ(failureOf([&] { ConnectionPool("two", "", "", address, 4); }),
+              "Database::ConnectionPool (4) at ConnectionPool:93 <- DatabaseException (0): no more");
+    EXPECT_EQ(client.calls, (std::vector<std::string>{"connect two", "connect two", "connect two",
+                                                      "disconnect", "disconnect"}));
+}
+
+TEST_F(Pool, ResetReplacesTheConnectionOfTheSameId)
+{
+    ConnectionPool pool("one", "", "", address, 5);
+    std::vector<RefConnection> refs;
+    {
+        std::list<Held> locks;
+        for (int i = 0; i < 5; ++i) {
+            refs.push_back(locks.emplace_back(hold(pool))->ref());
+        }
+        RefConnection renewed = pool.reset(refs[2]);
+        EXPECT_EQ(renewed->id(), 6);
+        EXPECT_EQ(pool.size(), 5U);
+        EXPECT_FALSE(pool.reset(refs[2]));
+        EXPECT_EQ(pool.size(), 5U);
+        locks.erase(std::next(locks.begin(), 2)); // the loan of 3, which is not in the pool any more
+        EXPECT_EQ(lentId(pool.getConnection(false)), 0);
+        { const ConnectionPool::Lock loan(renewed, pool, false); }
+        EXPECT_EQ(lentId(pool.getConnection(false)), 6);
+
+        client.connects = {false};
+        EXPECT_THROW(pool.reset(renewed), DatabaseException);
+        EXPECT_EQ(pool.size(), 4U);
+        client.connects = {false};
+        EXPECT_THROW(pool.growPool(), DatabaseException);
+        EXPECT_EQ(pool.size(), 4U);
+        EXPECT_EQ(lentId(pool.growPool()), 9);
+        RefConnection empty;
+        EXPECT_EQ(failureOf([&] { pool.reset(empty); }),
+                  "operator-> (1) at include2/KestroRefcounted:359");
+    }
+    EXPECT_EQ(lentId(pool.getConnection(false)), 1);
+}
+
+TEST_F(Pool, AnAssignmentMovesTheLoanOrRefusesIt)
+{
+    const SocketAddress otherPort{Kestro::IPAddress("127.0.0.1"), 3307};
+    const SocketAddress otherHost{Kestro::IPAddress("127.0.0.2"), 3306};
+    const Table<std::string, SocketAddress, bool, bool, bool> rows = {
+        // the other pool's database and address, equal, checked, taken
+        {"one", otherPort, true, true, true},
+        {"one", otherHost, false, true, false},
+        {"two", address, false, true, false},
+        {"two", address, false, false, true}};
+    for (const auto& [database, where, equal, checked, taken] : rows) {
+        ConnectionPool pool("one", "", "", address, 1);
+        ConnectionPool other(database, "", "", where, 1);
+        EXPECT_EQ(pool == other, equal) << database;
+        {
+            ConnectionPool::Lock target(pool, checked);
+            ConnectionPool::Lock source = other.getConnection(false);
+            target = source;
+            EXPECT_FALSE(source);
+            EXPECT_EQ(lentId(target), taken ? 1 : 0) << database;
+        }
+        // The pool that a connection comes back to is the target's, so the other one stays taken.
+        EXPECT_EQ(lentId(other.getConnection(false)), 0);
+    }
+    ConnectionPool pool("one", "", "", address, 1);
+    {
+        ConnectionPool::Lock target(pool, true);
+        target = pool.getConnection(false);
+        EXPECT_EQ(lentId(target), 1);
+        EXPECT_EQ(lentId(pool.getConnection(false)), 0);
+    }
+    EXPECT_EQ(lentId(pool.getConnection(false)), 1);
+}
+
+} // namespace
+
+// The pause of a caller who waits, in the place of the platform's.
+KESTRO_API void Kestro::ks_usleep(unsigned microseconds, unsigned seconds)
+{
+    EXPECT_EQ(microseconds, 100'000U);
+    EXPECT_EQ(seconds, 0U);
+    inPause();
+}
