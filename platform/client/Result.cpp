@@ -75,12 +75,16 @@ unsigned long Result::length(int column)
     if (column < 0 || column >= columns) {
         return 0;
     }
-    if (lengths == nullptr) {
-        if (row == nullptr) {
-            return 0;
-        }
-        lengths = mysql_fetch_lengths(rows);
+    return lengths != nullptr ? lengths[column] : firstLength(column);
+}
+
+// Apart, so that the ways of every other value are short.
+[[gnu::noinline]] unsigned long Result::firstLength(int column)
+{
+    if (row == nullptr) {
+        return 0;
     }
+    lengths = mysql_fetch_lengths(rows);
     return lengths[column];
 }
 

@@ -33,6 +33,7 @@ struct Result {
     void linkCloses();
 
 private:
+    unsigned long firstLength(int column);
     void transfer();
     MYSQL_ROW step();
     void leaveLink();

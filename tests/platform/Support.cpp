@@ -1,8 +1,13 @@
 #include "Testing.h"
 
 #include <Kestro/SocketAddress.h>
+#include <Kestro/Storage.h>
 #include <Kestro/Threads.h>
+#include <algorithm>
+#include <array>
 #include <basepp/dbg.h>
+#include <memory>
+#include <set>
 #include <thread>
 
 namespace {
@@ -78,6 +83,52 @@ TEST(Platform, TraceWritesOneLineAndCutsIt)
     EXPECT_EQ(written("one\ntwo"), "File:37 function 0: one two\n");
     EXPECT_EQ(written(std::string(9999, 'x')).substr(4094), "x\n");
     EXPECT_EQ(*basepp_dbg_mask_, 0x80008U); // as the environment says
+}
+
+template <std::size_t Size> struct Stored : Storage {
+    std::array<unsigned char, Size> bytes;
+    explicit Stored(unsigned char mark) { bytes.fill(mark); }
+};
+
+// Objects keep their bytes whichever thread makes and deletes them, and what is deleted is used
+// again.
+template <std::size_t Size> void passBetweenThreads()
+{
+    constexpr int Objects = 1000; // many batches
+    std::set<const void*> places;
+    for (int round = 0; round < 3; ++round) {
+        std::vector<std::unique_ptr<Stored<Size>>> all(2 * Objects);
+        const auto make = [&all](int first) {
+            for (int i = first; i < first + Objects; ++i) {
+                all[static_cast<std::size_t>(i)] =
+                    std::make_unique<Stored<Size>>(static_cast<unsigned char>(i % 251));
+            }
+        };
+        std::jthread other(make, 0);
+        make(Objects);
+        other.join();
+        std::set<const void*> now;
+        for (int i = 0; i < 2 * Objects; ++i) {
+            const auto& object = all[static_cast<std::size_t>(i)];
+            EXPECT_EQ(std::ranges::count(object->bytes, i % 251), Size);
+            EXPECT_EQ(reinterpret_cast<std::uintptr_t>(object.get()) % 16, 0U);
+            now.insert(object.get());
+        }
+        EXPECT_EQ(now.size(), all.size());
+        places.merge(now);
+        std::jthread([&all] { all.clear(); }).join();
+    }
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+    EXPECT_LT(places.size(), Size <= 256 ? 2 * 2 * Objects : SIZE_MAX) << "freed places are not used again";
+#endif
+}
+
+TEST(Storage, PassesObjectsBetweenThreads)
+{
+    passBetweenThreads<1>();
+    passBetweenThreads<40>();
+    passBetweenThreads<256>();
+    passBetweenThreads<257>();
 }
 
 } // namespace

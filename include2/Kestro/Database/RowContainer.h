@@ -2,6 +2,7 @@
 
 #include <Kestro/Api.h>
 #include <Kestro/Database/Query.h>
+#include <Kestro/Storage.h>
 #include <KestroRefcounted>
 
 #include <list>
@@ -34,7 +35,7 @@
 namespace Kestro::Database {
 
 /// A row object: reads one row into its own members.
-class KESTRO_API RowImpl : public virtual RefImpl, private NonCopyable {
+class KESTRO_API RowImpl : public virtual RefImpl, public Storage, private NonCopyable {
 public:
     RowImpl() = default;
     ~RowImpl() override;

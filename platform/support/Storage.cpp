@@ -1,0 +1,192 @@
+#include <Kestro/Storage.h>
+
+#include <array>
+#include <cstdlib>
+#include <mutex>
+#include <sys/mman.h>
+#include <utility>
+
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#define KESTRO_WATCHED_HEAP 1
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
+#define KESTRO_WATCHED_HEAP 1
+#endif
+#endif
+
+namespace Kestro {
+
+#ifdef KESTRO_WATCHED_HEAP
+
+void* Storage::operator new(std::size_t size)
+{
+    return ::operator new(size);
+}
+
+void Storage::operator delete(void* object, std::size_t size) noexcept
+{
+    ::operator delete(object, size);
+}
+
+#else
+
+namespace {
+
+constexpr std::size_t Unit = 16; // bytes, the heap's own alignment
+constexpr std::size_t Largest = 256;
+constexpr std::size_t Sizes = Largest / Unit;
+constexpr unsigned Batch = 64; // objects that move between a thread and the depot at once
+// What is taken from the system at once: a huge page, of which the first touch of a byte costs one
+// fault instead of 512.
+constexpr std::size_t ChunkSize = std::size_t{2} << 20;
+
+struct Free {
+    Free* next;
+    Free* nextBatch; // of the first of a batch in the depot
+};
+
+struct Stack {
+    Free* top = nullptr;
+    unsigned count = 0;
+
+    void push(void* object)
+    {
+        top = new (object) Free{top, nullptr};
+        ++count;
+    }
+    void* pop()
+    {
+        --count;
+        return std::exchange(top, top->next);
+    }
+};
+
+// What the threads leave to each other.
+class Depot {
+public:
+    Stack take(std::size_t index)
+    {
+        const std::lock_guard lock(m_mutex);
+        if (Free* first = m_batches[index]) {
+            m_batches[index] = first->nextBatch;
+            // A batch may be smaller; it ends where its links do.
+            Stack batch{first, 0};
+            for (const Free* object = first; object != nullptr; object = object->next) {
+                ++batch.count;
+            }
+            return batch;
+        }
+        return carve((index + 1) * Unit);
+    }
+    void give(std::size_t index, Stack batch)
+    {
+        if (batch.top != nullptr) {
+            const std::lock_guard lock(m_mutex);
+            batch.top->nextBatch = std::exchange(m_batches[index], batch.top);
+        }
+    }
+
+private:
+    Stack carve(std::size_t size)
+    {
+        if (m_left < Batch * size) {
+            void* chunk = std::aligned_alloc(ChunkSize, ChunkSize);
+            if (chunk == nullptr) {
+                throw std::bad_alloc();
+            }
+            madvise(chunk, ChunkSize, MADV_HUGEPAGE);
+            m_next = static_cast<char*>(chunk);
+            m_left = ChunkSize;
+        }
+        // The first one on top: objects that are made in turn lie in turn.
+        Stack batch;
+        for (std::size_t i = Batch; i > 0; --i) {
+            batch.push(m_next + (i - 1) * size);
+        }
+        m_next += Batch * size;
+        m_left -= Batch * size;
+        return batch;
+    }
+
+    std::mutex m_mutex;
+    std::array<Free*, Sizes> m_batches{};
+    char* m_next = nullptr;
+    std::size_t m_left = 0;
+};
+
+// Lives as long as the process: objects are deleted until its very end.
+Depot& depot()
+{
+    alignas(Depot) static char place[sizeof(Depot)];
+    static Depot& instance = *new (place) Depot;
+    return instance;
+}
+
+// A thread's own objects of one size: at most two batches.
+struct Shelf {
+    Stack current;
+    Stack spare;
+};
+
+thread_local std::array<Shelf, Sizes> shelves;
+
+// Leaves a thread's objects to the others when it ends.
+struct Leave {
+    bool armed = false;
+    ~Leave()
+    {
+        for (std::size_t index = 0; index < Sizes; ++index) {
+            depot().give(index, std::exchange(shelves[index].current, {}));
+            depot().give(index, std::exchange(shelves[index].spare, {}));
+        }
+    }
+};
+thread_local Leave leave;
+
+[[gnu::noinline]] void refill(Shelf& shelf, std::size_t index)
+{
+    leave.armed = true;
+    std::swap(shelf.current, shelf.spare);
+    if (shelf.current.top == nullptr) {
+        shelf.current = depot().take(index);
+    }
+}
+
+[[gnu::noinline]] void unload(Shelf& shelf, std::size_t index)
+{
+    leave.armed = true;
+    depot().give(index, std::exchange(shelf.spare, std::exchange(shelf.current, {})));
+}
+
+} // namespace
+
+void* Storage::operator new(std::size_t size)
+{
+    const std::size_t index = (size - 1) / Unit;
+    if (index >= Sizes) {
+        return ::operator new(size);
+    }
+    Shelf& shelf = shelves[index];
+    if (shelf.current.top == nullptr) {
+        refill(shelf, index);
+    }
+    return shelf.current.pop();
+}
+
+void Storage::operator delete(void* object, std::size_t size) noexcept
+{
+    const std::size_t index = (size - 1) / Unit;
+    if (index >= Sizes) {
+        ::operator delete(object, size);
+        return;
+    }
+    Shelf& shelf = shelves[index];
+    if (shelf.current.count == Batch) {
+        unload(shelf, index);
+    }
+    shelf.current.push(object);
+}
+
+#endif
+
+} // namespace Kestro
