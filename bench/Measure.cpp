@@ -1,12 +1,16 @@
 #include "Measure.h"
 
+#include "Machine.h"
+
 #include <algorithm>
 #include <chrono>
 #include <cstddef>
 #include <cstdio>
 #include <exception>
+#include <fstream>
+#include <optional>
 #include <stdexcept>
-#include <sys/resource.h>
+#include <string_view>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -14,17 +18,41 @@ namespace bench {
 
 namespace {
 
-using Samples = std::vector<Sample>;
+constexpr int DefaultRounds = 5;
+constexpr double Disturbance = 0.1; // of all processors' time, taken by others
+constexpr int Repetitions = 3;
 
-[[noreturn]] void runInChild(const Way& way, int pipe)
+// What one run tells; times are in milliseconds, memory in MiB.
+struct Sample {
+    double wall = 0;
+    double cpu = 0;
+    double peak = 0; // above what the process had at its start
+    std::uint64_t checksum = 0;
+};
+
+struct Line {
+    std::string way;
+    double median, best, cpu, peak;
+};
+
+struct Table {
+    std::string title;
+    std::vector<Line> lines;
+};
+
+[[noreturn]] void runInChild(const Way& way, int size, int pipe)
 {
-    Sample sample{};
+    Sample sample;
     try {
+        const double memory = memoryAtStart();
+        const double cpu = ownCpu();
         const auto start = std::chrono::steady_clock::now();
-        sample.checksum = way.run();
+        sample.checksum = way.run(size);
         const std::chrono::duration<double, std::milli> spent =
             std::chrono::steady_clock::now() - start;
         sample.wall = spent.count();
+        sample.cpu = ownCpu() - cpu;
+        sample.peak = peakMemory() - memory;
     } catch (const std::exception& failure) {
         std::fprintf(stderr, "%s: %s\n", way.name.c_str(), failure.what());
         _exit(1);
@@ -32,26 +60,7 @@ using Samples = std::vector<Sample>;
     _exit(write(pipe, &sample, sizeof sample) == sizeof sample ? 0 : 1);
 }
 
-double milliseconds(const timeval& time)
-{
-    return static_cast<double>(time.tv_sec) * 1e3 + static_cast<double>(time.tv_usec) / 1e3;
-}
-
-double best(const Samples& samples, double Sample::*member)
-{
-    return std::ranges::min(samples, {}, member).*member;
-}
-
-double median(Samples samples, double Sample::*member)
-{
-    const auto middle = samples.begin() + static_cast<std::ptrdiff_t>(samples.size() / 2);
-    std::ranges::nth_element(samples, middle, {}, member);
-    return (*middle).*member;
-}
-
-} // namespace
-
-Sample measure(const Way& way)
+Sample runOnce(const Way& way, int size)
 {
     int ends[2];
     const pid_t child = pipe(ends) == 0 ? fork() : -1;
@@ -59,49 +68,216 @@ Sample measure(const Way& way)
         throw std::runtime_error("cannot start a process");
     }
     if (child == 0) {
-        runInChild(way, ends[1]);
+        runInChild(way, size, ends[1]);
     }
     close(ends[1]);
-    Sample sample{};
+    Sample sample;
     const bool complete = read(ends[0], &sample, sizeof sample) == sizeof sample;
     close(ends[0]);
-    rusage usage{};
-    if (wait4(child, nullptr, 0, &usage) != child || !complete) {
+    if (waitpid(child, nullptr, 0) != child || !complete) {
         throw std::runtime_error(way.name + " failed");
     }
-    sample.cpu = milliseconds(usage.ru_utime) + milliseconds(usage.ru_stime);
-    sample.peak = static_cast<double>(usage.ru_maxrss) / 1024;
     return sample;
 }
 
-void compare(const std::vector<Way>& ways, int rounds)
-{
-    const std::uint64_t checksum = measure(ways.front()).checksum;
-    std::vector<Samples> all(ways.size());
-    for (int round = 0; round <= rounds; ++round) {
-        for (std::size_t way = 0; way < ways.size(); ++way) {
-            const Sample sample = measure(ways[way]);
-            if (sample.checksum != checksum) {
-                throw std::runtime_error(ways[way].name + " did other work");
-            }
-            if (round > 0) { // round 0 warms up
-                all[way].push_back(sample);
+// Runs the ways of one scenario and remembers what disturbed them.
+class Comparison {
+public:
+    Comparison(const Scenario& scenario, int rounds) : m_scenario(scenario)
+    {
+        std::vector<std::vector<Sample>> all(scenario.ways.size());
+        for (int round = 0; round <= rounds; ++round) {
+            for (std::size_t way = 0; way < all.size(); ++way) {
+                const Sample sample = undisturbed(scenario.ways[way]);
+                if (round > 0) { // round 0 warms up
+                    all[way].push_back(sample);
+                }
             }
         }
+        for (std::size_t way = 0; way < all.size(); ++way) {
+            m_table.lines.push_back({scenario.ways[way].name, median(all[way], &Sample::wall),
+                                     std::ranges::min(all[way], {}, &Sample::wall).wall,
+                                     median(all[way], &Sample::cpu),
+                                     median(all[way], &Sample::peak)});
+        }
+        m_table.title = scenario.title;
     }
-    std::printf("%-16s %9s %6s %9s %6s %9s %6s %9s\n", "way", "median ms", "x", "best ms", "x",
-                "CPU ms", "x", "peak MiB");
-    for (std::size_t way = 0; way < ways.size(); ++way) {
-        const Samples& own = all[way];
-        const Samples& raw = all[way - way % 2];
-        const double wall = median(own, &Sample::wall);
-        const double least = best(own, &Sample::wall);
-        const double cpu = median(own, &Sample::cpu);
-        std::printf("%-16s %9.0f %6.2f %9.0f %6.2f %9.0f %6.2f %9.1f\n", ways[way].name.c_str(),
-                    wall, wall / median(raw, &Sample::wall), least,
-                    least / best(raw, &Sample::wall), cpu, cpu / median(raw, &Sample::cpu),
-                    median(own, &Sample::peak));
+
+    void print() const
+    {
+        std::printf("\n%s\n%-10s %9s %6s %9s %6s %9s %6s %9s\n", m_table.title.c_str(), "way",
+                    "median ms", "x", "best ms", "x", "CPU ms", "x", "peak MiB");
+        const Line& first = m_table.lines.front();
+        for (const Line& line : m_table.lines) {
+            std::printf("%-10s %9.0f %6.2f %9.0f %6.2f %9.0f %6.2f %9.1f\n", line.way.c_str(),
+                        line.median, line.median / first.median, line.best, line.best / first.best,
+                        line.cpu, line.cpu / first.cpu, line.peak);
+        }
+        std::printf("%d runs; %d were repeated because other processes took more than %.0f %% of"
+                    " the processors, %d count in spite of it; others took %.1f %% at the median\n",
+                    m_runs, m_repeated, Disturbance * 100, m_disturbed, medianForeign() * 100);
     }
+
+    const Table& table() const { return m_table; }
+
+private:
+    Sample undisturbed(const Way& way)
+    {
+        for (int repetition = 0;; ++repetition) {
+            if (m_scenario.before) {
+                m_scenario.before(m_scenario.size);
+            }
+            const ForeignCpu foreign;
+            Sample sample = runOnce(way, m_scenario.size);
+            const double share = foreign.share();
+            compareChecksum(way, sample);
+            ++m_runs;
+            if (share <= Disturbance || repetition == Repetitions) {
+                m_disturbed += share > Disturbance ? 1 : 0;
+                m_foreign.push_back(share);
+                return sample;
+            }
+            ++m_repeated;
+        }
+    }
+
+    void compareChecksum(const Way& way, const Sample& sample)
+    {
+        const std::uint64_t own =
+            m_scenario.written ? m_scenario.written(m_scenario.size) : sample.checksum;
+        if (m_checksum.value_or(own) != own) {
+            throw std::runtime_error(way.name + " did other work");
+        }
+        m_checksum = own;
+    }
+
+    static double median(std::vector<Sample> samples, double Sample::*member)
+    {
+        const auto middle = samples.begin() + static_cast<std::ptrdiff_t>(samples.size() / 2);
+        std::ranges::nth_element(samples, middle, {}, member);
+        return (*middle).*member;
+    }
+
+    double medianForeign() const
+    {
+        std::vector<double> shares = m_foreign;
+        const auto middle = shares.begin() + static_cast<std::ptrdiff_t>(shares.size() / 2);
+        std::ranges::nth_element(shares, middle);
+        return *middle;
+    }
+
+    const Scenario& m_scenario;
+    Table m_table;
+    std::optional<std::uint64_t> m_checksum;
+    std::vector<double> m_foreign; // the runs that count
+    int m_runs = 0;
+    int m_repeated = 0;
+    int m_disturbed = 0;
+};
+
+// One chart under the other: a bar for each way, as long as its median, the first way's being 1.
+void draw(const std::vector<Table>& tables, const std::string& path)
+{
+    constexpr int Width = 720;
+    constexpr int Left = 110; // of the bars
+    constexpr int Longest = 430;
+    constexpr int Title = 44;
+    constexpr int Step = 26;
+    std::size_t height = 0;
+    for (const Table& table : tables) {
+        height += Title + Step * table.lines.size() + 10;
+    }
+    std::ofstream svg(path);
+    svg << "<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"" << Width << "\" height=\"" << height
+        << "\" viewBox=\"0 0 " << Width << ' ' << height
+        << "\" font-family=\"sans-serif\" font-size=\"13\" fill=\"#24292f\">\n"
+           "<rect width=\"100%\" height=\"100%\" fill=\"#ffffff\"/>\n";
+    std::size_t top = 0;
+    for (const Table& table : tables) {
+        svg << "<text x=\"12\" y=\"" << top + 25 << "\" font-size=\"15\" font-weight=\"bold\">"
+            << table.title << "</text>\n";
+        top += Title;
+        const double first = table.lines.front().median;
+        const double unit =
+            Longest * first / std::ranges::max(table.lines, {}, &Line::median).median;
+        for (const Line& line : table.lines) {
+            const std::string_view colour = line.way == "kestro"                  ? "#c2410c"
+                                            : line.way == table.lines.front().way ? "#57606a"
+                                                                                  : "#9db4cf";
+            const double length = unit * line.median / first;
+            char text[64];
+            std::snprintf(text, sizeof text, "%.2f  (%.0f ms)", line.median / first, line.median);
+            svg << "<text x=\"" << Left - 8 << "\" y=\"" << top + 15 << "\" text-anchor=\"end\">"
+                << line.way << "</text><rect x=\"" << Left << "\" y=\"" << top << "\" width=\""
+                << length << "\" height=\"20\" fill=\"" << colour << "\"/><text x=\""
+                << Left + length + 8 << "\" y=\"" << top + 15 << "\">" << text << "</text>\n";
+            top += Step;
+        }
+        // Where 1 is.
+        svg << "<line x1=\"" << Left + unit << "\" x2=\"" << Left + unit << "\" y1=\""
+            << top - Step * table.lines.size() - 4 << "\" y2=\"" << top
+            << "\" stroke=\"#24292f\" stroke-dasharray=\"3 3\"/>\n";
+        top += 10;
+    }
+    svg << "</svg>\n";
+    if (!svg.flush()) {
+        throw std::runtime_error("cannot write " + path);
+    }
+}
+
+void compare(const std::vector<Scenario>& scenarios, int rounds, const std::string& chart)
+{
+    std::vector<Table> tables;
+    for (const Scenario& scenario : scenarios) {
+        const std::optional<OneProcessor> pinned =
+            scenario.oneProcessor ? std::optional<OneProcessor>(std::in_place) : std::nullopt;
+        const Comparison comparison(scenario, rounds);
+        comparison.print();
+        tables.push_back(comparison.table());
+    }
+    if (!chart.empty()) {
+        draw(tables, chart);
+    }
+}
+
+void profile(const std::vector<Scenario>& scenarios, const std::string& name, int size)
+{
+    for (const Scenario& scenario : scenarios) {
+        const auto way = std::ranges::find(scenario.ways, name, &Way::name);
+        if (way != scenario.ways.end()) {
+            if (scenario.before) {
+                scenario.before(size);
+            }
+            const std::uint64_t read = way->run(size);
+            std::printf("%016jx\n", static_cast<std::uintmax_t>(
+                                        scenario.written ? scenario.written(size) : read));
+            return;
+        }
+    }
+    throw std::runtime_error("no such way: " + name);
+}
+
+} // namespace
+
+int run(int argc, char** argv, const std::vector<Scenario>& scenarios)
+try {
+    std::vector<std::string> arguments(argv + 1, argv + argc);
+    std::string chart;
+    const auto option = std::ranges::find(arguments, "--svg");
+    if (option != arguments.end() && option + 1 != arguments.end()) {
+        chart = option[1];
+        arguments.erase(option, option + 2);
+    }
+    if (arguments.size() == 2) {
+        profile(scenarios, arguments[0], std::stoi(arguments[1]));
+    } else {
+        compare(scenarios, arguments.empty() ? DefaultRounds : std::max(std::stoi(arguments[0]), 1),
+                chart);
+    }
+    return 0;
+} catch (const std::exception& failure) {
+    std::fprintf(stderr, "%s: %s\n", argv[0], failure.what());
+    return 1;
 }
 
 } // namespace bench

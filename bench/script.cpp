@@ -1,125 +1,105 @@
-// What QueryFile costs on top of the plain client: both read a script of one INSERT a line and send
-// it in the same batches.
-//
-//     script [ROUNDS]
-//
-// The server is the one whose socket MYSQL_UNIX_PORT names.
+// A script of one INSERT a line, 50 MiB of it, is run: in batches of about 1 MiB, or as the
+// server's own command-line client does it, statement by statement.
 
 #include "Measure.h"
+#include "RawLink.h"
 
 #include <KestroDatabase>
 #include <algorithm>
-#include <cstdio>
 #include <cstdlib>
-#include <exception>
 #include <filesystem>
 #include <fstream>
-#include <memory>
-#include <mysql.h>
 #include <stdexcept>
 #include <string>
 
+using namespace bench;
 using namespace Kestro::Database;
 
 namespace {
 
-constexpr char BenchDatabase[] = "kestro_bench_script";
-constexpr std::size_t ScriptSize = 50U << 20;
+constexpr int MiB = 50;
 constexpr std::size_t BatchLimit = 1U << 20;
-constexpr int DefaultRounds = 5;
+constexpr std::size_t BlockSize = 4096;
 
-void execute(Connection& connection, const std::string& statement)
+std::string scriptFile()
 {
-    Query query(connection);
-    query << statement;
-    query.execute();
+    return std::filesystem::temp_directory_path() / "kestro_bench_script.sql";
 }
 
-void emptyTable()
+std::uint64_t raw(int /*size*/)
 {
-    Connection connection("");
-    execute(connection, std::string("CREATE DATABASE IF NOT EXISTS ") + BenchDatabase);
-    connection.dbSelect(BenchDatabase);
-    // MEMORY keeps the server's own work small.
-    execute(connection, "SET max_heap_table_size=1073741824");
-    execute(connection, "CREATE OR REPLACE TABLE line (id INT, text VARCHAR(200)) ENGINE=MEMORY");
-}
-
-std::string writeScript()
-{
-    std::string path = std::filesystem::temp_directory_path() / "kestro_bench_script.sql";
-    std::ofstream script(path);
-    const std::string filler(150, 'x');
-    std::size_t size = 0;
-    for (int id = 0; size < ScriptSize; ++id) {
-        const std::string line =
-            "INSERT INTO line VALUES (" + std::to_string(id) + ", '" + filler + "');\n";
-        script << line;
-        size += line.size();
-    }
-    return path;
-}
-
-std::uint64_t rows(Connection& connection)
-{
-    return static_cast<std::uint64_t>(QueryCount(connection, "SELECT COUNT(*) FROM line").count());
-}
-
-std::uint64_t raw(const std::string& path)
-{
-    emptyTable();
-    const std::unique_ptr<MYSQL, decltype(&mysql_close)> link(mysql_init(nullptr), mysql_close);
-    const auto check = [&link](bool success) {
-        if (!success) {
-            throw std::runtime_error(mysql_error(link.get()));
-        }
-    };
-    check(mysql_real_connect(link.get(), nullptr, nullptr, nullptr, BenchDatabase, 0,
-                             std::getenv("MYSQL_UNIX_PORT"), CLIENT_MULTI_STATEMENTS) != nullptr);
+    const RawLink link(CLIENT_MULTI_STATEMENTS);
     // The whole file first, as QueryFile does, cut where QueryFile cuts it.
-    std::string text(std::filesystem::file_size(path), '\0');
-    std::ifstream(path).read(text.data(), static_cast<std::streamsize>(text.size()));
+    std::string text(std::filesystem::file_size(scriptFile()), '\0');
+    std::ifstream(scriptFile()).read(text.data(), static_cast<std::streamsize>(text.size()));
     for (std::size_t start = 0; start < text.size();) {
         std::size_t end = start;
-        for (std::size_t block = start - start % 4096; end - start <= BatchLimit; block += 4096) {
+        for (std::size_t block = start - start % BlockSize; end - start <= BatchLimit;
+             block += BlockSize) {
             const std::size_t cut = text.find(";\n", block);
-            end = block + 4096 < text.size() ? std::max(cut + 2, start) : text.size();
+            end = block + BlockSize < text.size() ? std::max(cut + 2, start) : text.size();
             if (end == text.size()) {
                 break;
             }
         }
-        check(mysql_real_query(link.get(), text.data() + start, end - start) == 0);
+        link.run({text.data() + start, end - start});
         while (mysql_more_results(link.get()) != 0) {
-            check(mysql_next_result(link.get()) == 0);
+            link.check(mysql_next_result(link.get()) == 0);
         }
         start = end;
     }
-    Connection connection(BenchDatabase);
-    return rows(connection);
+    return 0;
 }
 
-std::uint64_t kestro(const std::string& path)
+std::uint64_t kestro(int /*size*/)
 {
-    emptyTable();
     Connection connection(BenchDatabase);
     connection.enableMultipleStatementsPerQuery();
-    QueryFile(connection, path).execute();
-    return rows(connection);
+    QueryFile(connection, scriptFile()).execute();
+    return 0;
+}
+
+std::uint64_t commandLine(int /*size*/)
+{
+    const std::string command =
+        std::string("mariadb --no-defaults ") + BenchDatabase + " < '" + scriptFile() + "'";
+    if (std::system(command.c_str()) != 0) { // NOLINT(*-env33-c): as its users run it
+        throw std::runtime_error("mariadb failed");
+    }
+    return 0;
+}
+
+void prepare(int size)
+{
+    const RawLink link;
+    // MEMORY keeps the server's own work small.
+    link.run("SET max_heap_table_size=1073741824");
+    link.run("CREATE OR REPLACE TABLE line (id INT, text VARCHAR(200)) ENGINE=MEMORY");
+    std::ofstream script(scriptFile());
+    const std::string filler(150, 'x');
+    std::size_t written = 0;
+    for (int id = 0; written < static_cast<std::size_t>(size) << 20; ++id) {
+        const std::string line =
+            "INSERT INTO line VALUES (" + std::to_string(id) + ", '" + filler + "');\n";
+        script << line;
+        written += line.size();
+    }
+}
+
+std::uint64_t written(int /*size*/)
+{
+    std::filesystem::remove(scriptFile());
+    return std::stoull(RawLink().value("SELECT COUNT(*) + SUM(id) * 7 FROM line"));
 }
 
 } // namespace
 
 int main(int argc, char** argv)
-try {
-    const int rounds = argc == 2 ? std::max(std::stoi(argv[1]), 1) : DefaultRounds;
-    const std::string path = writeScript();
-    std::printf("a script of %ju bytes, %d rounds; x: times the raw one\n",
-                static_cast<std::uintmax_t>(std::filesystem::file_size(path)), rounds);
-    bench::compare({{"raw-script", [&] { return raw(path); }},
-                    {"kestro-script", [&] { return kestro(path); }}},
-                   rounds);
-    std::filesystem::remove(path);
-} catch (const std::exception& failure) {
-    std::fprintf(stderr, "script: %s\n", failure.what());
-    return 1;
+{
+    return run(argc, argv,
+               {{"A script of 50 MiB, one INSERT a line",
+                 MiB,
+                 {{"raw", raw}, {"kestro", kestro}, {"mariadb", commandLine}},
+                 prepare,
+                 written}});
 }
