@@ -14,14 +14,17 @@ struct Item {
     long d = 0;
     std::string e = "nothing to be escaped";
 
-    /// Becomes the item of this number; there are 1,000 keys.
-    void turn(int number)
+    /// Becomes the item of this number, whose id is one of so many.
+    void turn(int number, int ids)
     {
-        id = number % 1'000;
+        id = number % ids;
         c = "the text of item " + std::to_string(number);
         d = number * 1'000'003L;
     }
 };
+
+/// How many ids the upserts use: most of them find a row to update.
+constexpr int UpsertIds = 1'000;
 
 /// Makes the table "item" anew, without rows.
 void makeItems(const std::string& engine);

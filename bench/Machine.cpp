@@ -1,7 +1,10 @@
 #include "Machine.h"
 
+#include <algorithm>
 #include <chrono>
+#include <cstdio>
 #include <cstdlib>
+#include <exception>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
@@ -160,8 +163,12 @@ OneProcessor::OneProcessor()
 
 OneProcessor::~OneProcessor()
 {
-    keepOn(server(), m_server);
-    keepOn(getpid(), m_own);
+    try {
+        keepOn(server(), m_server);
+        keepOn(getpid(), m_own);
+    } catch (const std::exception& failure) { // the server is gone, or soon will be
+        std::fprintf(stderr, "%s\n", failure.what());
+    }
 }
 
 } // namespace bench

@@ -55,8 +55,8 @@ std::uint64_t raw(int rows)
     Item item;
     std::string line;
     for (int number = 0; complete && number < rows; ++number) {
-        item.turn(number);
-        line = std::to_string(number) + '\t';
+        item.turn(number, rows);
+        line = std::to_string(item.id) + '\t';
         appendField(line, item.a);
         appendField(line, item.b);
         appendField(line, item.c);
@@ -77,9 +77,8 @@ std::uint64_t raw(int rows)
 std::uint64_t kestro(int rows)
 {
     Item item;
-    int id = 0;
     KYDBKeyVarMap columns;
-    columns.push_back("id", id, KYDB_FLAG_SAVE)
+    columns.push_back("id", item.id, KYDB_FLAG_SAVE)
         .push_back("a", item.a, KYDB_FLAG_SAVE)
         .push_back("b", item.b, KYDB_FLAG_SAVE)
         .push_back("c", item.c, KYDB_FLAG_SAVE)
@@ -87,8 +86,7 @@ std::uint64_t kestro(int rows)
         .push_back("e", item.e, KYDB_FLAG_SAVE);
     std::ofstream file(dataFile());
     for (int number = 0; number < rows; ++number) {
-        item.turn(number);
-        id = number;
+        item.turn(number, rows);
         columns.valuesforfile(file, KYDB_FLAG_SAVE);
     }
     file.close();

@@ -33,7 +33,7 @@ std::uint64_t raw(int upserts)
     Item item;
     std::string assignments;
     for (int number = 0; number < upserts; ++number) {
-        item.turn(number);
+        item.turn(number, UpsertIds);
         assignments = "id=" + std::to_string(item.id) + ",a=";
         appendText(assignments, link, item.a);
         assignments += ",b=";
@@ -76,7 +76,7 @@ std::uint64_t kestro(int upserts)
     database.selectDB(BenchDatabase);
     ItemRecord record(database);
     for (int number = 0; number < upserts; ++number) {
-        record.item.turn(number);
+        record.item.turn(number, UpsertIds);
         if (record.save(true) != 0) {
             throw std::runtime_error(record.get_error_message());
         }

@@ -72,7 +72,7 @@ std::uint64_t upserts(int upserts)
     cppdb::session session(login());
     Item item;
     for (int number = 0; number < upserts; ++number) {
-        item.turn(number);
+        item.turn(number, UpsertIds);
         session << "INSERT INTO item SET id=?,a=?,b=?,c=?,d=?,e=? ON DUPLICATE KEY UPDATE"
                    " a=VALUES(a),b=VALUES(b),c=VALUES(c),d=VALUES(d),e=VALUES(e)"
                 << item.id << item.a << item.b << item.c << item.d << item.e << cppdb::exec;

@@ -86,7 +86,7 @@ std::uint64_t upserts(int upserts)
     Link link;
     Item item;
     for (int number = 0; number < upserts; ++number) {
-        item.turn(number);
+        item.turn(number, UpsertIds);
         mysqlpp::Query query = link.query();
         query << "INSERT INTO item SET ";
         assign(query, item);

@@ -16,7 +16,7 @@ template <> class Poco::Data::TypeHandler<bench::Record> {
 public:
     static std::size_t size() { return 5; }
     static void prepare(std::size_t position, const bench::Record& record,
-                        AbstractPreparator::Ptr preparator)
+                        const AbstractPreparator::Ptr& preparator)
     {
         TypeHandler<int>::prepare(position, record.id, preparator);
         TypeHandler<int>::prepare(position + 1, record.amount, preparator);
@@ -25,7 +25,7 @@ public:
         TypeHandler<double>::prepare(position + 4, record.value, preparator);
     }
     static void extract(std::size_t position, bench::Record& record, const bench::Record& other,
-                        AbstractExtractor::Ptr extractor)
+                        const AbstractExtractor::Ptr& extractor)
     {
         TypeHandler<int>::extract(position, record.id, other.id, extractor);
         TypeHandler<int>::extract(position + 1, record.amount, other.amount, extractor);
@@ -97,7 +97,7 @@ std::uint64_t upserts(int upserts)
                     " a=VALUES(a),b=VALUES(b),c=VALUES(c),d=VALUES(d),e=VALUES(e)",
          use(item.id), use(item.a), use(item.b), use(item.c), use(item.d), use(item.e));
     for (int number = 0; number < upserts; ++number) {
-        item.turn(number);
+        item.turn(number, UpsertIds);
         upsert.execute();
     }
     return 0;

@@ -77,7 +77,7 @@ std::uint64_t upserts(int upserts)
          soci::use(item.id, "id"), soci::use(item.a, "a"), soci::use(item.b, "b"),
          soci::use(item.c, "c"), soci::use(item.d, "d"), soci::use(item.e, "e"));
     for (int number = 0; number < upserts; ++number) {
-        item.turn(number);
+        item.turn(number, UpsertIds);
         statement.execute(true);
     }
     return 0;
