@@ -1,5 +1,6 @@
-// A save that the server may choose as the victim of a deadlock (1213), or, on a cluster, of a
-// conflict with another node: nothing was written, and the same save is right once more.
+// Saves that fail and wrote nothing: the server chose them as the victim of a deadlock or, on a
+// cluster, of a conflict with another node (1213), or the link was gone before they were sent
+// (2006). The same save is right once more. Not so after 2013: look whether the row is there.
 
 #include <KestroTableMap>
 #include <iostream>
@@ -12,6 +13,7 @@ using namespace Kestro;
 namespace {
 
 constexpr int Deadlock = 1213;
+constexpr int NotSent = 2006;
 constexpr int MostAttempts = 20;
 
 struct Counter : KYDBTableSimple {
@@ -27,7 +29,8 @@ struct Counter : KYDBTableSimple {
             if (save(true) == 0) {
                 return 0;
             }
-            if (get_error_number() != Deadlock || attempt == MostAttempts) {
+            const bool repeatable = get_error_number() == Deadlock || get_error_number() == NotSent;
+            if (!repeatable || attempt == MostAttempts) {
                 return -1;
             }
         }
