@@ -124,7 +124,7 @@ public:
 
 // What a number of threads got done in a spell.
 struct Work {
-    double cycles = 0; // per second
+    double cycles = 0;  // per second
     double longest = 0; // milliseconds for one cycle, waiting included
     double least = 0;   // cycles per second of the thread that got fewest
     long empty = 0;     // loans that ended empty-handed

@@ -102,9 +102,8 @@ void ConnectionPool::returnConnection(Lock& lock)
 
 RefConnection ConnectionPool::reset(RefConnection& connection)
 {
-    const auto replaced = std::ranges::find_if(m_connections, [&](const RefConnection& entry) {
-        return entry->m_id == connection->m_id;
-    });
+    const auto replaced = std::ranges::find_if(
+        m_connections, [&](const RefConnection& entry) { return entry->m_id == connection->m_id; });
     if (replaced == m_connections.end()) {
         return m_nullConnection;
     }

@@ -101,11 +101,17 @@ public:
                 }
             },
             [&] { attempt(own, 0, [&] { QueryCount(own, "SELECT COUNT(*) FROM item"); }); },
-            [&] { attempt(own, 0, [&] { execute(own, "SELECT FROM WHERE"); }, 1064); },
+            [&] {
+                attempt(
+                    own, 0, [&] { execute(own, "SELECT FROM WHERE"); }, 1064);
+            },
             [&] { attempt(own, 0, [&] { streamAndStop(own); }); },
             [&] { attempt(own, 1, [&] { execute(own, insert(own)); }); },
             // The session may have ended by itself.
-            [&] { attempt(own, 0, [&] { killAnother(own); }, 1094); },
+            [&] {
+                attempt(
+                    own, 0, [&] { killAnother(own); }, 1094);
+            },
             [&] { attempt(own, 0, [&] { leaveSomething(own); }); },
             [&] { borrow(pick(4) == 0); },
             [&] { replaceBorrowed(); },

@@ -154,8 +154,9 @@ int Link::open()
                          static_cast<int>(ConnectTimeout) * 1000);
     }
     if (limit.empty()) {
-        return mysql_errno(mysql) != 0 ? fail()
-                                       : fail(CR_SERVER_LOST, "Lost connection to server: no answer");
+        return mysql_errno(mysql) != 0
+                   ? fail()
+                   : fail(CR_SERVER_LOST, "Lost connection to server: no answer");
     }
     maxAllowedPacket = std::stoul(limit.front());
     sessionKnown = true;
@@ -213,9 +214,9 @@ int Link::replace()
     // One number for all that was not sent; 2013, which a connect can end with too, would say that
     // the statement may have run.
     lossTold = true;
-    return fail(CR_SERVER_GONE_ERROR, "MySQL server has gone away; opening the connection again: " +
-                                          failure.text + " (" + std::to_string(failure.number) +
-                                          ')');
+    return fail(CR_SERVER_GONE_ERROR,
+                "MySQL server has gone away; opening the connection again: " + failure.text + " (" +
+                    std::to_string(failure.number) + ')');
 }
 
 int Link::fail()

@@ -114,11 +114,11 @@ bool isPlainQuery(std::string_view text)
         return false;
     }
     // No early end: the compiler makes this a loop over blocks.
-    bool found = false;
+    unsigned found = 0;
     for (std::size_t i = 1; i < text.size(); ++i) {
-        found |= (text[i - 1] == '_') & ((text[i] | 0x20) == 'l');
+        found |= unsigned{text[i - 1] == '_'} & unsigned{(text[i] | 0x20) == 'l'};
     }
-    return !found;
+    return found == 0;
 }
 
 } // namespace
@@ -165,8 +165,8 @@ bool leavesNothingIfRefused(std::string_view text)
 bool asksAboutTheLast(std::string_view text)
 {
     static constexpr std::array<std::string_view, 8> Words = {
-        "@",      "LAST_INSERT_ID", "LASTVAL",    "ROW_COUNT", "FOUND_ROWS",
-        "ERRORS", "WARNINGS",       "DIAGNOSTICS"};
+        "@",          "LAST_INSERT_ID", "LASTVAL",  "ROW_COUNT",
+        "FOUND_ROWS", "ERRORS",         "WARNINGS", "DIAGNOSTICS"};
     return names(text, Words);
 }
 

@@ -81,9 +81,9 @@ KESTRO_API int db_enable_multiple_statements_per_query(void* handle);
 /// A link that the server has closed is opened again before the text is sent, with the database and
 /// the permission for several statements that it had, if its session held nothing that could be
 /// missed: no transaction, temporary table, variable, prepared statement or lock, and the text does
-/// not ask about the statement before it. Otherwise the call fails with 2006, and the next one opens
-/// the link; if that fails, it is 2006 too, with the reason in its text. A text that was sent and
-/// not answered fails with 2013; it may have run, and is never sent again.
+/// not ask about the statement before it. Otherwise the call fails with 2006, and the next one
+/// opens the link; if that fails, it is 2006 too, with the reason in its text. A text that was sent
+/// and not answered fails with 2013; it may have run, and is never sent again.
 KESTRO_API int db_query(void* handle, const char* text, void** result);
 KESTRO_API int db_use_query(void* handle, const char* text, void** result);
 

@@ -177,7 +177,7 @@ void Storage::operator delete(void* object, std::size_t size) noexcept
 {
     const std::size_t index = (size - 1) / Unit;
     if (index >= Sizes) {
-        ::operator delete(object, size);
+        ::operator delete(object);
         return;
     }
     Shelf& shelf = shelves[index];

@@ -82,8 +82,9 @@ TEST_F(Pool, OpensTwentyFiveAtMostAndAllOrNone)
     client.calls.clear();
     client.connects = {true, true, false};
     client.error = "no more";
-    EXPECT_EQ(failureOf([&] { ConnectionPool("two", "", "", address, 4); }),
-              "Database::ConnectionPool (4) at ConnectionPool:93 <- DatabaseException (0): no more");
+    EXPECT_EQ(
+        failureOf([&] { ConnectionPool("two", "", "", address, 4); }),
+        "Database::ConnectionPool (4) at ConnectionPool:93 <- DatabaseException (0): no more");
     EXPECT_EQ(client.calls, (std::vector<std::string>{"connect two", "connect two", "connect two",
                                                       "disconnect", "disconnect"}));
 }
@@ -102,9 +103,12 @@ TEST_F(Pool, ResetReplacesTheConnectionOfTheSameId)
         EXPECT_EQ(pool.size(), 5U);
         EXPECT_FALSE(pool.reset(refs[2]));
         EXPECT_EQ(pool.size(), 5U);
-        locks.erase(std::next(locks.begin(), 2)); // the loan of 3, which is not in the pool any more
+        locks.erase(
+            std::next(locks.begin(), 2)); // the loan of 3, which is not in the pool any more
         EXPECT_EQ(lentId(pool.getConnection(false)), 0);
-        { const ConnectionPool::Lock loan(renewed, pool, false); }
+        {
+            const ConnectionPool::Lock loan(renewed, pool, false);
+        }
         EXPECT_EQ(lentId(pool.getConnection(false)), 6);
 
         client.connects = {false};

@@ -166,7 +166,8 @@ TEST_F(Faults, ARestartLosesNothingAcknowledgedAndRepeatsNothing)
                     const ConnectionPool::Lock lock = pool.getConnection(true);
                     return lock ? insertNumber(lock.connection(), number) : 2006;
                 }
-                default: return insertNumber(own, number);
+                default:
+                    return insertNumber(own, number);
                 }
             });
         });
@@ -235,8 +236,9 @@ TEST_F(Faults, AServerThatIsFrozenFullOrGoneIsReportedAndComesBack)
 
     server.stop(SIGKILL);
     for (int i = 0; i < 2; ++i) {
-        EXPECT_EQ(failureOf([&] { idle.dbCreate("none"); })
-                      .find("DatabaseException (4) at Query:88: MySQL server has gone away"),
+        EXPECT_EQ(failureOf([&] {
+                      idle.dbCreate("none");
+                  }).find("DatabaseException (4) at Query:88: MySQL server has gone away"),
                   0U);
         EXPECT_EQ(idle.errorNumber(), 2006);
     }

@@ -69,9 +69,9 @@ public:
     /// Closes the link if one is open.
     void disconnect();
     /// Connected or Disconnected. A link that the server has dropped still counts as connected: the
-    /// next statement opens it again. If the session held nothing that could be missed, that is all;
-    /// if it held a transaction, temporary tables, variables or locks, that statement fails with
-    /// 2006, unsent, and the one after it finds a fresh session. A statement that the loss
+    /// next statement opens it again. If the session held nothing that could be missed, that is
+    /// all; if it held a transaction, temporary tables, variables or locks, that statement fails
+    /// with 2006, unsent, and the one after it finds a fresh session. A statement that the loss
     /// interrupts fails with 2013: it may have run, and is never sent again.
     std::int32_t state() const { return m_state; }
 

@@ -23,9 +23,10 @@ public:
     }
     static void* operator new(std::size_t /*size*/, void* place) { return place; }
     static void operator delete(void* object, std::size_t size) noexcept;
-    static void operator delete(void* object, std::size_t size, std::align_val_t alignment) noexcept
+    static void operator delete(void* object, std::size_t /*size*/,
+                                std::align_val_t alignment) noexcept
     {
-        ::operator delete(object, size, alignment);
+        ::operator delete(object, alignment);
     }
     static void operator delete(void* /*object*/, void* /*place*/) noexcept {}
 
