@@ -24,6 +24,7 @@ constexpr unsigned NoTableLine = 176;
 
 constexpr int UnknownError = 2000; // the client interface's number for a failure without another
 
+constexpr std::size_t UsualSize = 500; // of a statement: longer ones grow
 constexpr std::size_t BlockSize = 4096;
 constexpr std::size_t BatchLimit = 1'048'576;
 constexpr std::string_view Terminator = ";\n";
@@ -50,25 +51,56 @@ void execute(Connection& connection, const std::string& statement)
 
 RowParser::~RowParser() = default;
 
+Query::Text::Text()
+{
+    m_text.reserve(UsualSize);
+}
+
+Query::Text::~Text() = default;
+
+Query::Text::int_type Query::Text::overflow(int_type character)
+{
+    if (!traits_type::eq_int_type(character, traits_type::eof())) {
+        m_text += traits_type::to_char_type(character);
+    }
+    return traits_type::not_eof(character);
+}
+
+std::streamsize Query::Text::xsputn(const char* text, std::streamsize size)
+{
+    m_text.append(text, static_cast<std::size_t>(size));
+    return size;
+}
+
+Query::Text::pos_type Query::Text::seekoff(off_type offset, std::ios_base::seekdir from,
+                                           std::ios_base::openmode /*which*/)
+{
+    const bool end = offset == 0 && from != std::ios_base::beg;
+    return end ? static_cast<off_type>(m_text.size()) : off_type(-1);
+}
+
 Query::Query(Connection& connection, RowParser* parser, bool storeResult)
     : std::basic_ostream<char>(nullptr), m_connection(connection), m_parser(parser),
       m_storeResult(storeResult)
 {
     rdbuf(&m_buffer);
-    // SQL's numbers know no grouping, whatever the program's global locale.
-    imbue(std::locale::classic());
+    // SQL's numbers know no grouping, whatever the program's global locale. Setting one costs a
+    // dozen searches among the classes of its facets, so not without need.
+    if (getloc() != std::locale::classic()) {
+        imbue(std::locale::classic());
+    }
 }
 
 Query::~Query() = default;
 
 std::string Query::sql() const
 {
-    return m_buffer.str();
+    return m_buffer.string();
 }
 
 void Query::execute()
 {
-    const std::string statement = sql();
+    const std::string& statement = m_buffer.string();
     if (statement.empty()) {
         return;
     }

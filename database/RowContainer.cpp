@@ -8,16 +8,6 @@ namespace Kestro::Database {
 
 RowImpl::~RowImpl() = default;
 
-std::optional<std::string_view> RowImpl::column(void* connection, void* result, void* row,
-                                                int index)
-{
-    const char* value = db_result_get_value(connection, result, row, index);
-    if (value == nullptr) {
-        return std::nullopt;
-    }
-    return std::string_view(value, db_result_field_length(result, index));
-}
-
 NoopRowImpl::~NoopRowImpl() = default;
 
 bool NoopRowImpl::parse(void* /*connection*/, void* /*result*/, void* /*row*/)

@@ -5,23 +5,36 @@
 #include <db_client.h>
 
 #include <algorithm>
+#include <charconv>
 #include <cstdlib>
 #include <cstring>
+#include <iterator>
+#include <limits>
 #include <locale>
+#include <memory>
 #include <ostream>
 #include <sstream>
 #include <stdexcept>
+#include <string_view>
 #include <type_traits>
 #include <utility>
 
 namespace {
 
+constexpr std::size_t ShortText = 500;  // is escaped on the stack
+constexpr std::size_t ColumnInSql = 32; // a guess at what one comes to; more grows
+
 void appendEscaped(std::string& out, const char* text, std::size_t length)
 {
-    const std::size_t used = out.size();
-    out.resize(used + 2 * length + 1);
-    db_escape_string(nullptr, out.data() + used, text, length);
-    out.resize(used + std::strlen(out.data() + used));
+    char room[2 * ShortText + 1];
+    std::unique_ptr<char[]> more;
+    char* escaped = room;
+    if (length > ShortText) {
+        more = std::make_unique_for_overwrite<char[]>(2 * length + 1);
+        escaped = more.get();
+    }
+    db_escape_string(nullptr, escaped, text, length);
+    out += escaped;
 }
 
 } // namespace
@@ -139,7 +152,8 @@ template <class T> VarRefBase* KYVarRefT<T>::dup() const
 template <class T> void KYVarRefT<T>::append(std::string& text) const
 {
     if constexpr (std::is_integral_v<T>) {
-        text += std::to_string(*m_var);
+        char digits[std::numeric_limits<T>::digits10 + 2];
+        text.append(digits, std::to_chars(std::begin(digits), std::end(digits), *m_var).ptr);
     } else {
         appendEscaped(text, m_var->data(), m_var->size());
     }
@@ -308,6 +322,7 @@ template <class Write> std::string KYDBKeyVarMap::ofSelected(int mask, const std
                                                              const Write& write) const
 {
     std::string text;
+    text.reserve(m_columns.size() * ColumnInSql);
     bool first = true;
     for (const Column& column : m_columns) {
         if ((column.flags & mask) != 0) {
@@ -569,13 +584,16 @@ int KYDBTableSimple::get(Database::RowParser* parser)
 
 int KYDBTableSimple::save(bool update)
 {
+    constexpr std::string_view Update = " ON DUPLICATE KEY UPDATE ";
     Database::Query query(DBConnection(), nullptr, true);
     const std::string assignments = sql_keyvalues(KYDB_FLAG_SAVE, ",");
-    query << "INSERT INTO " << table_name() << " SET " << assignments;
+    std::string statement = "INSERT INTO " + table_name() + " SET ";
+    statement.reserve(statement.size() + 2 * assignments.size() + Update.size() + 1);
+    statement += assignments;
     if (update) {
-        query << " ON DUPLICATE KEY UPDATE " << assignments;
+        statement.append(Update).append(assignments);
     }
-    query << ';';
+    query << (statement += ';');
     try {
         return execute(query) == 0 ? 0 : -1;
     } catch (...) {

@@ -190,7 +190,7 @@ private:
             }
         }
     }
-    void killAnother(Connection& own)
+    static void killAnother(Connection& own)
     {
         Numbers victim(1);
         OneRowParser parser(victim);

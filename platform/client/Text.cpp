@@ -20,7 +20,7 @@ bool isWordCharacter(char c)
 bool equals(std::string_view text, std::string_view word)
 {
     return std::ranges::equal(text, word, {}, [](char c) {
-        return static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+        return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c;
     });
 }
 
@@ -50,8 +50,8 @@ public:
             } else if (m_rest.starts_with("/*")) {
                 skipThrough("*/");
             } else if (isWordCharacter(c)) {
-                const auto end = std::ranges::find_if_not(m_rest, isWordCharacter);
-                return take(static_cast<std::size_t>(end - m_rest.begin()));
+                const auto* const end = std::ranges::find_if_not(m_rest, isWordCharacter);
+                return take(static_cast<std::size_t>(end - m_rest.data()));
             } else if (std::isspace(static_cast<unsigned char>(c)) != 0) {
                 m_rest.remove_prefix(1);
             } else {
@@ -113,12 +113,12 @@ bool isPlainQuery(std::string_view text)
         text.find(';') < text.find_last_not_of(Blanks)) {
         return false;
     }
-    // No early end: the compiler makes this a loop over blocks.
-    unsigned found = 0;
-    for (std::size_t i = 1; i < text.size(); ++i) {
-        found |= unsigned{text[i - 1] == '_'} & unsigned{(text[i] | 0x20) == 'l'};
+    for (std::size_t i = text.find('_'); i < text.size() - 1; i = text.find('_', i + 1)) {
+        if (text[i + 1] == 'L' || text[i + 1] == 'l') {
+            return false;
+        }
     }
-    return found == 0;
+    return true;
 }
 
 } // namespace

@@ -119,7 +119,7 @@ template <std::size_t Size> void passBetweenThreads()
         std::jthread([&all] { all.clear(); }).join();
     }
 #if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
-    EXPECT_LT(places.size(), Size <= 256 ? 2 * 2 * Objects : SIZE_MAX)
+    EXPECT_LT(places.size(), Size <= 256 ? std::size_t{2} * 2 * Objects : SIZE_MAX)
         << "freed places are not used again";
 #endif
 }

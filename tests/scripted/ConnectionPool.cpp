@@ -28,7 +28,9 @@ protected:
     using Held = std::unique_ptr<ConnectionPool::Lock>;
     static Held hold(ConnectionPool& pool)
     {
-        return Held(new ConnectionPool::Lock(pool.getConnection(false)));
+        auto held = std::make_unique<ConnectionPool::Lock>(pool, false);
+        *held = pool.getConnection(false);
+        return held;
     }
     // 0 for an empty loan.
     static int lentId(const ConnectionPool::Lock& lock) { return lock ? lock.ref()->id() : 0; }

@@ -50,7 +50,7 @@ void RestartableServer::signal(int number) const
     kill(m_process, number);
 }
 
-void RestartableServer::stop(int number)
+void RestartableServer::stop(int number) const
 {
     signal(number);
     awaitEnd(m_process);

@@ -14,7 +14,7 @@ public:
     /// Sends the server a signal, without waiting for what it does.
     void signal(int number) const;
     /// Sends the server a signal that ends it and waits for the end.
-    void stop(int number);
+    void stop(int number) const;
     /// Starts the server again, as it was started first, and waits until it accepts connections.
     void start();
 

@@ -6,7 +6,7 @@
 
 #include <cstdint>
 #include <ostream>
-#include <sstream>
+#include <streambuf>
 #include <string>
 #include <string_view>
 
@@ -83,11 +83,28 @@ public:
 private:
     friend class QueryFile;
 
+    // Takes what is written and tells how much that is; there is no other position to write at.
+    class KESTRO_API Text : public std::streambuf {
+    public:
+        Text();
+        ~Text() override;
+        const std::string& string() const { return m_text; }
+
+    protected:
+        int_type overflow(int_type character) override;
+        std::streamsize xsputn(const char* text, std::streamsize size) override;
+        pos_type seekoff(off_type offset, std::ios_base::seekdir from,
+                         std::ios_base::openmode which) override;
+
+    private:
+        std::string m_text;
+    };
+
     void send(std::string_view statement);
     [[noreturn]] void refuse(std::string_view statement) const;
 
     Connection& m_connection;
-    std::stringbuf m_buffer;
+    Text m_buffer;
     RowParser* m_parser;
     std::string m_errorMessage;
     std::int32_t m_errorNumber = 0;

@@ -4,6 +4,7 @@
 #include <Kestro/Database/Query.h>
 #include <Kestro/Storage.h>
 #include <KestroRefcounted>
+#include <db_client.h>
 
 #include <list>
 #include <optional>
@@ -49,7 +50,14 @@ protected:
     /// too, or nothing for SQL NULL and for a column that the result does not have. The bytes live
     /// until parse() returns.
     static std::optional<std::string_view> column(void* connection, void* result, void* row,
-                                                  int index);
+                                                  int index)
+    {
+        const char* value = db_result_get_value(connection, result, row, index);
+        if (value == nullptr) {
+            return std::nullopt;
+        }
+        return std::string_view(value, db_result_field_length(result, index));
+    }
 };
 
 /// A row object that reads nothing, for results of which only the number of rows matters.
