@@ -30,6 +30,10 @@ namespace {
 constexpr unsigned ConnectTimeout = 5; // seconds
 constexpr int NoTimeout = -1;          // of poll
 
+// What the server counts beside the text; one byte more, and it drops the link (measured from
+// 1 MiB to 64 MiB).
+constexpr std::size_t PacketOverhead = 2;
+
 // Makes the session the same whatever the server's global settings are. Values are written in "..."
 // with \ escapes, so the two modes that change what these mean go, with the six combined modes that
 // bring them back, and so does the one that makes "" a NULL. Every other mode stays.
@@ -162,6 +166,7 @@ int Link::open()
     sessionKnown = true;
     sessionFresh = true;
     lossTold = false;
+    noteTransaction();
     return 0;
 }
 
@@ -175,35 +180,84 @@ int Link::ready(std::string_view text)
         return fail(CR_COMMANDS_OUT_OF_SYNC,
                     "Commands out of sync; a result of this connection is still being streamed");
     }
-    if (!isAlive()) {
-        if (!lossTold && !mayBeReplaced(text)) {
-            lossTold = true;
-            return fail(CR_SERVER_GONE_ERROR,
-                        "MySQL server has gone away, and what the session held is lost; the "
-                        "statement was not sent, the next one has a fresh session");
-        }
-        if (const int failed = replace()) {
-            return failed;
-        }
-    }
-    return checkSession();
+    return lossTold ? replace() : checkSession(text);
 }
 
-// The server says nothing on an idle link, so anything to be read there is its end.
-bool Link::isAlive() const
+int Link::send(std::string_view text)
 {
-    if (lossTold) {
-        return false;
+    if (ready(text) != 0 || fits(text) != 0) {
+        return 1;
     }
-    pollfd socket{mysql_get_socket(mysql), POLLIN, 0};
-    return socket.fd >= 0 && poll(&socket, 1, 0) == 0;
+    if (mysql_send_query(mysql, text.data(), text.size()) == 0) {
+        return 0;
+    }
+    if (!isLost()) {
+        return fail();
+    }
+    if (lost(text) != 0 || fits(text) != 0) {
+        return 1;
+    }
+    return mysql_send_query(mysql, text.data(), text.size()) == 0 ? 0 : fail();
+}
+
+int Link::enableMultipleStatements()
+{
+    if (ready("") != 0) {
+        return 1;
+    }
+    int failed = mysql_set_server_option(mysql, MYSQL_OPTION_MULTI_STATEMENTS_ON);
+    if (failed != 0 && isLost()) {
+        if (lost("") != 0) {
+            return 1;
+        }
+        failed = mysql_set_server_option(mysql, MYSQL_OPTION_MULTI_STATEMENTS_ON);
+    }
+    if (failed != 0) {
+        return fail();
+    }
+    multipleStatements = true;
+    return 0;
+}
+
+int Link::fits(std::string_view text)
+{
+    if (text.size() + PacketOverhead <= maxAllowedPacket) {
+        return 0;
+    }
+    return fail(ER_NET_PACKET_TOO_LARGE,
+                "Got a packet bigger than 'max_allowed_packet' bytes: a statement of " +
+                    std::to_string(text.size()) + " bytes is too long for max_allowed_packet=" +
+                    std::to_string(maxAllowedPacket) + "; it was not sent");
+}
+
+bool Link::isLost() const
+{
+    const unsigned number = mysql_errno(mysql);
+    return number == CR_SERVER_GONE_ERROR || number == CR_SERVER_LOST;
+}
+
+// Before the server has a text as a whole: a part of one it does not run.
+int Link::lost(std::string_view text)
+{
+    if (!mayBeReplaced(text)) {
+        lossTold = true;
+        return fail(CR_SERVER_GONE_ERROR,
+                    "MySQL server has gone away, and what the session held is lost; the "
+                    "statement was not sent, the next one has a fresh session");
+    }
+    return replace();
 }
 
 bool Link::mayBeReplaced(std::string_view text) const
 {
+    return sessionFresh && autocommitted && !asksAboutTheLast(text);
+}
+
+// When a link is lost, the Connector forgets what it knew of the transaction.
+void Link::noteTransaction()
+{
     constexpr unsigned Transaction = SERVER_STATUS_IN_TRANS | SERVER_STATUS_AUTOCOMMIT;
-    return sessionFresh && (mysql->server_status & Transaction) == SERVER_STATUS_AUTOCOMMIT &&
-           !asksAboutTheLast(text);
+    autocommitted = (mysql->server_status & Transaction) == SERVER_STATUS_AUTOCOMMIT;
 }
 
 int Link::replace()
@@ -222,9 +276,8 @@ int Link::replace()
 int Link::fail()
 {
     sessionKnown = false;
-    const auto number = static_cast<int>(mysql_errno(mysql));
-    lossTold |= number == CR_SERVER_GONE_ERROR || number == CR_SERVER_LOST;
-    return fail(number, mysql_error(mysql));
+    lossTold |= isLost();
+    return fail(static_cast<int>(mysql_errno(mysql)), mysql_error(mysql));
 }
 
 int Link::fail(int number, std::string text)
@@ -236,6 +289,7 @@ int Link::fail(int number, std::string text)
 void Link::ended(std::uint64_t rows)
 {
     affectedRows = rows;
+    noteTransaction();
     if (const std::uint64_t id = mysql_insert_id(mysql)) {
         lastId = id;
     }
@@ -245,7 +299,7 @@ void Link::ended(std::uint64_t rows)
     }
 }
 
-int Link::checkSession()
+int Link::checkSession(std::string_view text)
 {
     if (sessionKnown) {
         return 0;
@@ -254,9 +308,9 @@ int Link::checkSession()
         mysql, "SELECT @@SESSION.sql_mode, @@character_set_client, @@session_track_state_change",
         NoTimeout);
     if (session.empty()) {
-        fail();
-        return lossTold ? fail(CR_SERVER_GONE_ERROR, failure.text) : 1;
+        return isLost() ? lost(text) : fail();
     }
+    noteTransaction();
     const auto refuse = [this](const std::string& reason) {
         return fail(ER_WRONG_VALUE_FOR_VAR,
                     "Escaped values are not safe on this connection any more: " + reason +
@@ -362,12 +416,5 @@ int db_enable_multiple_statements_per_query(void* handle)
     if (link == nullptr) {
         return client::failNotConnected();
     }
-    if (const int failed = link->ready("")) {
-        return failed;
-    }
-    if (mysql_set_server_option(link->mysql, MYSQL_OPTION_MULTI_STATEMENTS_ON) != 0) {
-        return link->fail();
-    }
-    link->multipleStatements = true;
-    return 0;
+    return link->enableMultipleStatements();
 }

@@ -26,6 +26,8 @@ struct Link {
     bool sessionKnown = true;           ///< nothing may have changed what escaped values mean since
                                         ///< it was looked at
     bool sessionFresh = true;           ///< nothing outside a transaction was left in the session
+    bool autocommitted = true;          ///< no transaction was open after the last answer, and
+                                        ///< autocommit was on
     bool lossTold = false;              ///< the link is lost, and a failure has said so
     Result* stream = nullptr;           ///< the result whose rows still stand on the link, or null
     Failure failure;
@@ -42,10 +44,14 @@ struct Link {
     /// 0, or 1 and keeps the reason as the link's failure.
     int open();
 
-    /// 0 if a text may be sent now: no result stands on the link, the link is alive, and escaped
-    /// values are safe in its session. A lost link is replaced: at once if neither its session nor
-    /// the text makes a difference, else the call fails with 2006 and the next one does it.
-    int ready(std::string_view text);
+    /// Sends a text. Returns 0, and then the answer is to be read; or 1, and then the server runs
+    /// nothing of it: a result stands on the link, the text is too long, escaped values are not
+    /// safe in the session any more, or the link was lost. A lost link is replaced: at once if
+    /// neither its session nor the text makes a difference, else the call fails with 2006 and the
+    /// next one does it.
+    int send(std::string_view text);
+    /// Lets one text carry several statements; returns 0 or 1 likewise.
+    int enableMultipleStatements();
 
     /// Keeps the Connector's number and text as the link's failure; returns 1, what a failed call
     /// returns. The session counts as unknown: the server does not tell what a statement changed
@@ -62,10 +68,14 @@ struct Link {
     void detachSocket() const;
 
 private:
-    bool isAlive() const;
+    int ready(std::string_view text);
+    int checkSession(std::string_view text);
+    int fits(std::string_view text);
+    bool isLost() const;
+    int lost(std::string_view text);
     bool mayBeReplaced(std::string_view text) const;
+    void noteTransaction();
     int replace();
-    int checkSession();
 };
 
 /// The failure kept for this thread in the place of a link's.

@@ -4,9 +4,8 @@
 
 #include <db_client.h>
 
-#include <errmsg.h>
 #include <memory>
-#include <mysqld_error.h>
+#include <mysql.h>
 #include <string>
 #include <string_view>
 
@@ -14,27 +13,7 @@ namespace client {
 
 namespace {
 
-// What the server counts beside the text; one byte more, and it drops the link (measured from
-// 1 MiB to 64 MiB).
-constexpr std::size_t PacketOverhead = 2;
-
 enum class Rows { Transfer, DecideLate };
-
-// 0 if the text may be sent.
-int refuse(Link& link, std::string_view text)
-{
-    if (const int failed = link.ready(text)) {
-        return failed;
-    }
-    if (text.size() + PacketOverhead > link.maxAllowedPacket) {
-        return link.fail(ER_NET_PACKET_TOO_LARGE,
-                         "Got a packet bigger than 'max_allowed_packet' bytes: a statement of " +
-                             std::to_string(text.size()) +
-                             " bytes is too long for max_allowed_packet=" +
-                             std::to_string(link.maxAllowedPacket) + "; it was not sent");
-    }
-    return 0;
-}
 
 // Reads the rows of the current result set and forgets them.
 int discardRows(Link& link)
@@ -63,11 +42,11 @@ int storeRows(Link& link, std::unique_ptr<Result>& result)
     return 0;
 }
 
-// Sends the text and reads what every statement of it answers. The first result set goes to
+// Reads what every statement of the text that was sent answers. The first result set goes to
 // `result` if there is one to fill.
-int run(Link& link, std::string_view text, std::unique_ptr<Result>* result, Rows rows)
+int readAnswers(Link& link, std::unique_ptr<Result>* result, Rows rows)
 {
-    if (mysql_real_query(link.mysql, text.data(), text.size()) != 0) {
+    if (mysql_read_query_result(link.mysql) != 0) {
         return link.fail();
     }
     for (;;) {
@@ -108,12 +87,12 @@ int query(void* handle, std::string_view text, void** result, Rows rows)
         link.affectedRows = 0;
         return 0;
     }
-    if (const int refused = refuse(link, text)) {
-        return refused;
+    if (const int failed = link.send(text)) {
+        return failed;
     }
     link.sessionFresh = link.sessionFresh && !leavesUnseen(text);
     std::unique_ptr<Result> first;
-    if (const int failed = run(link, text, result != nullptr ? &first : nullptr, rows)) {
+    if (const int failed = readAnswers(link, result != nullptr ? &first : nullptr, rows)) {
         link.sessionFresh = link.sessionFresh && leavesNothingIfRefused(text);
         return failed;
     }
