@@ -72,7 +72,7 @@ MYSQL_ROW Result::fetch(int index)
 
 unsigned long Result::length(int column)
 {
-    if (column < 0 || column >= columns) {
+    if (!hasColumn(column)) {
         return 0;
     }
     return lengths != nullptr ? lengths[column] : firstLength(column);
@@ -181,8 +181,7 @@ void* db_result_fetch_row(void* result, int index)
 
 const char* db_result_get_value(void* /*handle*/, void* result, void* row, int column)
 {
-    if (result == nullptr || row == nullptr || column < 0 ||
-        column >= static_cast<Result*>(result)->columns) {
+    if (result == nullptr || row == nullptr || !static_cast<Result*>(result)->hasColumn(column)) {
         return nullptr;
     }
     return static_cast<MYSQL_ROW>(row)[column];

@@ -25,6 +25,10 @@ struct Result {
     Result& operator=(const Result&) = delete;
     ~Result();
 
+    bool hasColumn(int column) const
+    {
+        return static_cast<unsigned>(column) < static_cast<unsigned>(columns);
+    }
     int rowCount();
     MYSQL_ROW fetch(int index);
     unsigned long length(int column);
