@@ -1,37 +1,46 @@
-// Writes a data file and replaces a table's rows with it.
+// Writes a data file and replaces a table's rows with it, in one moment.
+//
+//     bulk_load [FILE]
 
 #include <KestroDatabase>
-#include <filesystem>
 #include <fstream>
 #include <iostream>
 
 using namespace Kestro::Database;
 
-int main()
+void run(Connection& connection, const std::string& statement)
+{
+    Query query(connection);
+    query << statement;
+    query.execute();
+}
+
+int main(int argc, char** argv)
 try {
+    const std::string path = argc > 1 ? argv[1] : "/tmp/article.txt"; // the server opens it
     Connection connection("");
-    if (!connection.dbSelectIfExists("kestro_load")) {
-        connection.dbCreate("kestro_load");
-        connection.dbSelect("kestro_load");
+    if (!connection.dbSelectIfExists("shop")) {
+        connection.dbCreate("shop");
+        connection.dbSelect("shop");
     }
-    Query create(connection);
-    create << "CREATE OR REPLACE TABLE sample (id INT PRIMARY KEY, text VARCHAR(100))";
-    create.execute();
+    run(connection, "CREATE TABLE IF NOT EXISTS article (id INT PRIMARY KEY, name VARCHAR(40))");
 
-    // The server opens the file: by its full path, and with its own rights.
-    const std::string path = std::filesystem::temp_directory_path() / "kestro_load.txt";
     std::ofstream file(path);
-    const std::string awkward = "a tab\t, a line\n, a \\ and \"quotes\"";
-    file << 1 << '\t' << connection.escapeString(awkward) << '\n'; // values are escaped,
-    file << 2 << '\t' << "\\N" << '\n';                            // and \N is NULL
-    file << 2 << '\t' << "of two rows with one key the later stays" << '\n';
+    file << 1 << '\t' << connection.escapeString("tab\tand \"quotes\"") << '\n';
+    file << 2 << "\t\\N\n"; // NULL
     file.close();
+    if (!file) {
+        std::cerr << path << " was not written completely\n";
+        return 1;
+    }
 
-    QueryLoadData(connection, "kestro_load", "sample", path);
-    std::filesystem::remove(path);
-    std::cout << QueryCount(connection, "SELECT COUNT(*) FROM sample").count() << " rows\n";
-    connection.dbDelete("kestro_load");
-} catch (const std::exception& e) {
-    std::cerr << e.what() << '\n';
+    run(connection, "CREATE OR REPLACE TABLE article_new LIKE article");
+    QueryLoadData(connection, "shop", "article_new", path); // article is as it was if this throws
+    run(connection, "DROP TABLE IF EXISTS article_old");
+    run(connection, "RENAME TABLE article TO article_old, article_new TO article");
+    run(connection, "DROP TABLE article_old");
+    std::cout << QueryCount(connection, "SELECT COUNT(*) FROM article").count() << " rows\n";
+} catch (const Kestro::Exception& e) {
+    std::cerr << e.asString() << '\n';
     return 1;
 }
