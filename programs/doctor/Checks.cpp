@@ -74,7 +74,7 @@ std::string joined(const std::set<std::string>& words)
 
 std::string describe(const Failure& failure)
 {
-    return failure.text + " (" + std::to_string(failure.number) + ')';
+    return std::to_string(failure.number) + ", " + failure.text;
 }
 
 bool isMariaDB(const std::string& version)
@@ -84,14 +84,16 @@ bool isMariaDB(const std::string& version)
 
 } // namespace
 
-Finding connectionFinding(const Failure& failure, const std::string& login)
+Finding connectionFinding(const Failure& failure, const std::string& login, bool socketRight)
 {
     std::string advice;
     switch (failure.number) {
     case 0:
         return {Ok, "connection", "the server answers", ""};
     case CannotConnect:
-        advice = "start the server (systemctl start mariadb); its log tells why it does not run";
+        advice = socketRight ? "nobody listens there: start the server (systemctl start mariadb); "
+                               "its log tells why it does not run"
+                             : "put the socket right, see above";
         break;
     case AccessDenied:
     case AccessDeniedWithoutPassword:
@@ -200,7 +202,7 @@ Findings sqlModeFindings(const std::string& global, const std::string& session)
     std::ranges::set_difference(modesOf(global), left, std::inserter(removed, removed.end()));
     if (!removed.empty()) {
         findings.push_back({Note, Subject,
-                            "the server's " + joined(removed) + " is off in the library's sessions",
+                            "the library's sessions leave out the server's " + joined(removed),
                             "do not rely on it in statements: \"...\" is a text, \\ escapes, and "
                             "\"\" is not NULL"});
     }
@@ -254,9 +256,9 @@ Finding fileFinding(const std::vector<std::string>& grants, const std::string& a
         if (end == std::string::npos) {
             continue;
         }
-        const std::string privileges = "," + grant.substr(sizeof "GRANT" - 1, end - 5) + ",";
-        if (privileges.find(", FILE,") != std::string::npos ||
-            privileges.find(", ALL PRIVILEGES,") != std::string::npos) {
+        const std::string privileges = grant.substr(0, end) + ',';
+        if (privileges.starts_with("GRANT FILE,") || privileges.starts_with("GRANT ALL ") ||
+            privileges.find(", FILE,") != std::string::npos) {
             return {Ok, "FILE privilege", "granted: QueryLoadData may load files", ""};
         }
     }

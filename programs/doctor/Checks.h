@@ -17,8 +17,9 @@ struct Failure {
     std::string text;
 };
 
-/// A connection without a database: opened, or why not. The login is the process's own name.
-Finding connectionFinding(const Failure& failure, const std::string& login);
+/// A connection without a database: opened, or why not. The login is the process's own name;
+/// socketRight, whether the socket itself was found in order.
+Finding connectionFinding(const Failure& failure, const std::string& login, bool socketRight);
 
 /// The account that the server took the login for, as CURRENT_USER() tells it.
 Finding accountFinding(const std::string& login, const std::string& account);

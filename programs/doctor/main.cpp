@@ -240,11 +240,22 @@ private:
         const auto place = askForRow(m_connection, "SELECT @@secure_file_priv")[0];
         m_report.add(secureFilePrivFinding(place, m_version));
         if (file.severity == Severity::Ok && readsEveryPlace(place, m_version)) {
+            reading();
+        }
+    }
+
+    void reading()
+    {
+        try {
             const std::string directory = std::filesystem::temp_directory_path();
             const DataFile data(directory);
             const std::string read = text(
                 "SELECT LOAD_FILE(\"" + m_connection.escapeString(data.path()) + "\") IS NOT NULL");
             m_report.add(readingFinding(directory, read == "1"));
+        } catch (const std::filesystem::filesystem_error& e) {
+            m_report.add(Finding{Severity::Note, "data files",
+                                 "not tried: " + std::string(e.what()),
+                                 "name a directory that this user may write to in TMPDIR"});
         }
     }
 
@@ -288,10 +299,11 @@ private:
 
 void examine(Report& report, const std::optional<std::string>& database)
 {
-    report.add(socketFinding());
+    const Finding socket = socketFinding();
+    report.add(socket);
     std::optional<Connection> connection;
     const Failure failure = open(connection, "");
-    report.add(connectionFinding(failure, loginName()));
+    report.add(connectionFinding(failure, loginName(), socket.severity == Severity::Ok));
     if (!connection) {
         report.add(
             Finding{Severity::Note, "server", "nothing more can be told without a connection", ""});
