@@ -142,26 +142,27 @@ Finding systemDatabaseFinding(const Failure& failure, const std::string& account
 Finding databaseFinding(const std::string& database, const Failure& failure,
                         const std::string& account, const std::string& characterSet)
 {
-    const std::string subject = "database " + database;
+    constexpr char Subject[] = "database";
     switch (failure.number) {
     case 0:
         break;
     case UnknownDatabase:
-        return {Bad, subject, describe(failure),
+        return {Bad, Subject, describe(failure),
                 "CREATE DATABASE " + quotedName(database) +
                     ", or let KYDBDatabase::selectDB() do so"};
     case NoRightToDatabase:
-        return {Bad, subject, describe(failure),
+        return {Bad, Subject, describe(failure),
                 "if it exists, as an administrator: GRANT SELECT, INSERT, UPDATE, DELETE ON " +
                     quotedName(database) + ".* TO " + quotedAccount(account)};
     default:
-        return {Bad, subject, describe(failure), ""};
+        return {Bad, Subject, describe(failure), ""};
     }
-    const std::string text = "can be opened; its new tables hold " + characterSet;
+    const std::string text =
+        quotedName(database) + " can be opened; its new tables hold " + characterSet;
     if (characterSet == CharacterSet) {
-        return {Ok, subject, text, ""};
+        return {Ok, Subject, text, ""};
     }
-    return {Note, subject, text + ": other characters are refused or lost",
+    return {Note, Subject, text + ": other characters are refused or lost",
             "ALTER DATABASE " + quotedName(database) + " CHARACTER SET " + CharacterSet +
                 "; for a table there is: ALTER TABLE ... CONVERT TO CHARACTER SET " + CharacterSet};
 }
@@ -298,13 +299,13 @@ Finding readingFinding(const std::string& directory, bool readable)
             "PrivateTmp)"};
 }
 
-Findings tableFindings(const std::string& database, const std::vector<Table>& tables,
+Findings tableFindings(const std::string& database, const std::vector<TableState>& tables,
                        bool inCluster)
 {
     const Severity fault = inCluster ? Bad : Note;
     Findings findings;
     std::size_t right = 0;
-    for (const Table& table : tables) {
+    for (const TableState& table : tables) {
         const std::string name = quotedName(database) + '.' + quotedName(table.name);
         const std::size_t before = findings.size();
         if (table.engine.empty()) {
@@ -383,7 +384,10 @@ Findings clusterFindings(const ClusterStatus& status)
     }
 
     const std::string size = valueOf(status, "wsrep_cluster_size");
-    if (size == "1") {
+    if (size == "0") {
+        add("cluster", "wsrep_cluster_size", Bad, ": this node has left the cluster",
+            "start its server again; its log tells why it left");
+    } else if (size == "1") {
         add("cluster", "wsrep_cluster_size", Note, ": no other node has the data",
             "start the other nodes");
     } else if (size == "2") {

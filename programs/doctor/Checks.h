@@ -55,7 +55,7 @@ Finding secureFilePrivFinding(const std::optional<std::string>& secureFilePriv,
 /// Whether the server could read a file that the program made in the directory for all to read.
 Finding readingFinding(const std::string& directory, bool readable);
 
-struct Table {
+struct TableState {
     std::string name;
     std::string engine; ///< empty if the server cannot open the table
     bool transactional = false;
@@ -64,7 +64,7 @@ struct Table {
 
 /// One finding for each fault of a table, and one for the tables without a fault. In a cluster a
 /// fault is worse.
-Findings tableFindings(const std::string& database, const std::vector<Table>& tables,
+Findings tableFindings(const std::string& database, const std::vector<TableState>& tables,
                        bool inCluster);
 
 /// The server's status variables wsrep_*, by name.

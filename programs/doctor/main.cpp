@@ -203,7 +203,7 @@ public:
             m_report.add(databaseFinding(name, failure, m_account, ""));
             return;
         }
-        guarded("database " + name, [&] {
+        guarded("database", [&] {
             // DATABASE() is the name as the server has it.
             const Row row =
                 askForRow(*own, "SELECT default_character_set_name FROM "
@@ -271,7 +271,7 @@ private:
 
     void tables(Connection& own, const std::string& name)
     {
-        std::vector<Table> tables;
+        std::vector<TableState> tables;
         // A unique key without NULL does a primary key's work, and the server says PRI to it too.
         for (const Row& row :
              ask(own, "SELECT t.table_name, t.engine, e.transactions, k.table_name "
