@@ -14,7 +14,7 @@ using enum Severity;
 constexpr std::pair<int, int> MeasuredVersion{10, 11};
 
 // QueryFile sends batches of 1 MiB and the rest of a statement.
-constexpr std::uint64_t MiB = 1024 * 1024;
+constexpr std::uint64_t MiB = 1'048'576;
 constexpr std::uint64_t ScriptNeed = 2 * MiB;
 constexpr std::uint64_t PacketOverhead = 2; // bytes that a statement does not get
 
