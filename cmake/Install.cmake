@@ -13,6 +13,8 @@ install(TARGETS kestrodb kestroclient kestroplatform kestro_database EXPORT Kest
   FILE_SET HEADERS DESTINATION ${headers} COMPONENT development
   INCLUDES DESTINATION ${headers})
 
+install(TARGETS kestro-doctor RUNTIME COMPONENT runtime)
+
 install(EXPORT KestroDB NAMESPACE Kestro:: FILE KestroDBTargets.cmake
   DESTINATION ${package_directory} COMPONENT development)
 configure_package_config_file(cmake/KestroDBConfig.cmake.in KestroDBConfig.cmake

@@ -69,7 +69,7 @@ void initialiseConnector()
     pthread_atfork(nullptr, nullptr, [] { ++currentGeneration; });
 }
 
-// Null leaves the choice to the Connector.
+// Left to itself, the Connector takes an empty MYSQL_UNIX_PORT for a path.
 const char* socketPath()
 {
     static constexpr char SystemSocket[] = "/var/run/mysql.sock";
@@ -77,7 +77,7 @@ const char* socketPath()
     if (named != nullptr && *named != '\0') {
         return named;
     }
-    return access(SystemSocket, F_OK) == 0 ? SystemSocket : nullptr;
+    return access(SystemSocket, F_OK) == 0 ? SystemSocket : MARIADB_UNIX_ADDR;
 }
 
 // The Connector's own look-up of a null user is not safe in threads, and for a user without a name
