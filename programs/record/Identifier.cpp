@@ -7,6 +7,8 @@
 
 namespace {
 
+constexpr char32_t NoCharacter = 0xFFFD;
+
 const std::set<std::string_view> keywords = {
     "alignas",       "alignof",     "and",
     "and_eq",        "asm",         "auto",
@@ -44,17 +46,50 @@ const std::set<std::string_view> keywords = {
 // What a record inherits, what the text of RecordClass.cpp names, and macros that are not written
 // in capitals.
 const std::set<std::string_view> taken = {
-    "DBConnection",     "DBDatabase",    "KYDBTableBase",     "KYDBTableSimple",
-    "assign",           "dbmap_clear",   "dbmap_init",        "dbmap_size",
-    "dump",             "execute",       "get",               "get_error_message",
-    "get_error_number", "m_dbmap",       "parse",             "remove",
-    "save",             "sql_keys",      "sql_keyupdate",     "sql_keyvalues",
-    "sql_values",       "table_name",    "sql_valuesforfile", "Fetched",
-    "Kestro",           "Nullable",      "Number",            "bound",
-    "database",         "db_client",     "handle",            "readBytes",
-    "row",              "std",           "alloca",            "assert",
-    "errno",            "linux",         "offsetof",          "sched_priority",
-    "stderr",           "stdin",         "stdout",            "unix",
+    "DBConnection",
+    "DBDatabase",
+    "KYDBTableBase",
+    "KYDBTableSimple",
+    "assign",
+    "dbmap_clear",
+    "dbmap_init",
+    "dbmap_size",
+    "dump",
+    "execute",
+    "get",
+    "get_error_message",
+    "get_error_number",
+    "m_dbmap",
+    "parse",
+    "remove",
+    "save",
+    "sql_keys",
+    "sql_keyupdate",
+    "sql_keyvalues",
+    "sql_values",
+    "table_name",
+    "sql_valuesforfile",
+    "Fetched",
+    "Kestro",
+    "Nullable",
+    "Number",
+    "bound",
+    "database",
+    "db_client",
+    "handle",
+    "readBytes",
+    "row",
+    "std",
+    "alloca",
+    "assert",
+    "errno",
+    "linux",
+    "offsetof",
+    "sched_priority",
+    "stderr",
+    "stdin",
+    "stdout",
+    "unix",
 };
 
 bool isAscii(char32_t c)
@@ -96,16 +131,19 @@ struct Character {
     std::string_view bytes;
 };
 
-// The first character of a UTF-8 text that is not empty; a byte that begins none stands for itself.
+// The first character of a UTF-8 text that is not empty, or a byte that begins none.
 Character firstOf(std::string_view text)
 {
     const auto byte = [&](std::size_t index) { return static_cast<unsigned char>(text[index]); };
-    const std::size_t length = byte(0) < 0xC0 ? 1 : byte(0) < 0xE0 ? 2 : byte(0) < 0xF0 ? 3 : 4;
-    if (length == 1 || length > text.size()) {
+    if (isAscii(byte(0))) {
         return {byte(0), text.substr(0, 1)};
     }
+    const std::size_t length = byte(0) < 0xE0 ? 2 : byte(0) < 0xF0 ? 3 : 4;
     char32_t code = byte(0) & (0xFFU >> (length + 1));
     for (std::size_t index = 1; index < length; ++index) {
+        if (index == text.size() || (byte(index) & 0xC0U) != 0x80) {
+            return {NoCharacter, text.substr(0, 1)};
+        }
         code = (code << 6U) | (byte(index) & 0x3FU);
     }
     return {code, text.substr(0, length)};
@@ -207,8 +245,7 @@ std::string literal(std::string_view text)
         // Controls, the line ends of Unicode, and what turns the direction of the text around.
         const bool control = c < 0x20 || (c >= 0x7F && c < 0xA0) || (c >= 0x2028 && c <= 0x202E) ||
                              (c >= 0x2066 && c <= 0x2069);
-        const bool stray = !isAscii(c) && character.bytes.size() == 1;
-        if (control || stray) {
+        if (control || c == NoCharacter) {
             std::ranges::for_each(character.bytes, octal);
             return;
         }
@@ -226,4 +263,21 @@ std::size_t width(std::string_view text)
     std::size_t count = 0;
     forEachCharacter(text, [&count](const Character&) { ++count; });
     return count;
+}
+
+std::string shortened(std::string_view text, std::size_t most)
+{
+    constexpr std::string_view Cut = "...";
+    if (width(text) <= most) {
+        return std::string(text);
+    }
+    std::string result;
+    std::size_t left = most - std::min(most, Cut.size());
+    forEachCharacter(text, [&](const Character& character) {
+        if (left > 0) {
+            result += character.bytes;
+            --left;
+        }
+    });
+    return result.append(Cut);
 }

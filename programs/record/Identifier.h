@@ -32,3 +32,6 @@ std::string literal(std::string_view text);
 
 /// How many characters a UTF-8 text has.
 std::size_t width(std::string_view text);
+
+/// The text, or its beginning and "..." if it has more characters than that.
+std::string shortened(std::string_view text, std::size_t most);
