@@ -217,8 +217,8 @@ std::string classComment(const std::string& table, const Needs& needs)
 std::string bytesReader(const std::vector<Variable>& variables)
 {
     std::string text = R"(
-    /// The library's texts end at their first NUL; binary columns are read again, whole. The numbers
-    /// are their positions in dbmap_init().
+    /// The library's texts end at their first NUL: binary columns are read again, whole, by their
+    /// positions in dbmap_init().
     int parse(Kestro::DBRowResult* row) override
     {
         const int bound = KYDBTableSimple::parse(row);
@@ -283,8 +283,8 @@ constexpr std::string_view Number = R"(
 
 constexpr std::string_view Nullable = R"(
     /// The reference to a variable that may be NULL; Plain refers to one that may not.
-    template <class T, class Plain = Kestro::KYVarRefT<T>>
-    class Nullable : public Kestro::VarRefBase {
+    template <class T, class Plain = Kestro::KYVarRefT<T>> class Nullable
+        : public Kestro::VarRefBase {
     public:
         explicit Nullable(std::optional<T>& variable) : m_variable(&variable) {}
 
@@ -305,10 +305,7 @@ constexpr std::string_view Nullable = R"(
                 m_variable->reset();
             }
         }
-        void assign(const std::string& text) override
-        {
-            Plain(m_variable->emplace()).assign(text);
-        }
+        void assign(const std::string& text) override { Plain(m_variable->emplace()).assign(text); }
         VarRefBase* dup() const override { return new Nullable(*this); }
 
     private:
@@ -358,7 +355,7 @@ protected:
             call("DBDatabase", {"&database"});
     for (const Variable& variable : variables) {
         if (!variable.kind.exact.empty()) {
-            text += "            // The number behind it is the whole value, and comes last.\n";
+            text += "            // What is fetched into the same variable behind it is the exact number.\n";
         }
         text += binding(variable);
     }
