@@ -9,88 +9,31 @@ namespace {
 
 constexpr char32_t NoCharacter = 0xFFFD;
 
-const std::set<std::string_view> keywords = {
-    "alignas",       "alignof",     "and",
-    "and_eq",        "asm",         "auto",
-    "bitand",        "bitor",       "bool",
-    "break",         "case",        "catch",
-    "char",          "char16_t",    "char32_t",
-    "char8_t",       "class",       "co_await",
-    "co_return",     "co_yield",    "compl",
-    "concept",       "const",       "const_cast",
-    "consteval",     "constexpr",   "constinit",
-    "continue",      "decltype",    "default",
-    "delete",        "do",          "double",
-    "dynamic_cast",  "else",        "enum",
-    "explicit",      "export",      "extern",
-    "false",         "float",       "for",
-    "friend",        "goto",        "if",
-    "inline",        "int",         "long",
-    "mutable",       "namespace",   "new",
-    "noexcept",      "not",         "not_eq",
-    "nullptr",       "operator",    "or",
-    "or_eq",         "private",     "protected",
-    "public",        "register",    "reinterpret_cast",
-    "requires",      "return",      "short",
-    "signed",        "sizeof",      "static",
-    "static_assert", "static_cast", "struct",
-    "switch",        "template",    "this",
-    "thread_local",  "throw",       "true",
-    "try",           "typedef",     "typeid",
-    "typename",      "union",       "unsigned",
-    "using",         "virtual",     "void",
-    "volatile",      "wchar_t",     "while",
-    "xor",           "xor_eq",
-};
+// Words with a blank on each side.
+constexpr std::string_view Keywords =
+    " alignas alignof and and_eq asm auto bitand bitor bool break case catch char char16_t "
+    "char32_t char8_t class co_await co_return co_yield compl concept const const_cast "
+    "consteval constexpr constinit continue decltype default delete do double "
+    "dynamic_cast else enum explicit export extern false float for friend goto if inline "
+    "int long mutable namespace new noexcept not not_eq nullptr operator or or_eq private "
+    "protected public register reinterpret_cast requires return short signed sizeof "
+    "static static_assert static_cast struct switch template this thread_local throw true "
+    "try typedef typeid typename union unsigned using virtual void volatile wchar_t while "
+    "xor xor_eq ";
 
 // What a record inherits, what the text of RecordClass.cpp names, and macros that are not written
 // in capitals.
-const std::set<std::string_view> taken = {
-    "DBConnection",
-    "DBDatabase",
-    "KYDBTableBase",
-    "KYDBTableSimple",
-    "assign",
-    "dbmap_clear",
-    "dbmap_init",
-    "dbmap_size",
-    "dump",
-    "execute",
-    "get",
-    "get_error_message",
-    "get_error_number",
-    "m_dbmap",
-    "parse",
-    "remove",
-    "save",
-    "sql_keys",
-    "sql_keyupdate",
-    "sql_keyvalues",
-    "sql_values",
-    "table_name",
-    "sql_valuesforfile",
-    "Fetched",
-    "Kestro",
-    "Nullable",
-    "Number",
-    "bound",
-    "database",
-    "db_client",
-    "handle",
-    "readBytes",
-    "row",
-    "std",
-    "alloca",
-    "assert",
-    "errno",
-    "linux",
-    "offsetof",
-    "sched_priority",
-    "stderr",
-    "stdin",
-    "stdout",
-    "unix",
-};
+constexpr std::string_view Taken =
+    " DBConnection DBDatabase KYDBTableBase KYDBTableSimple assign dbmap_clear dbmap_init "
+    "dbmap_size dump execute get get_error_message get_error_number m_dbmap parse remove "
+    "save sql_keys sql_keyupdate sql_keyvalues sql_values table_name sql_valuesforfile "
+    "Fetched KYVarRef Kestro Nullable Number bound database db_client handle readBytes "
+    "row std alloca assert errno linux offsetof sched_priority stderr stdin stdout unix ";
+
+bool isAmong(std::string_view words, const std::string& name)
+{
+    return words.find(' ' + name + ' ') != std::string_view::npos;
+}
 
 bool isAscii(char32_t c)
 {
@@ -204,14 +147,14 @@ std::string className(std::string_view table)
     return isClassName(name) ? name : name + "Record";
 }
 
-bool isClassName(std::string_view name)
+bool isClassName(const std::string& name)
 {
     bool valid = !name.empty() && !isDigit(static_cast<unsigned char>(name.front()));
     forEachCharacter(name, [&valid](const Character& character) {
         valid = valid &&
                 (isLetter(character.code) || isDigit(character.code) || character.code == U'_');
     });
-    return valid && !keywords.contains(name) && !taken.contains(name);
+    return valid && !isAmong(Keywords, name) && !isAmong(Taken, name);
 }
 
 std::string VariableNames::add(std::string_view column)
@@ -220,7 +163,7 @@ std::string VariableNames::add(std::string_view column)
     if (name.empty() || isDigit(static_cast<unsigned char>(name.front()))) {
         name.insert(0, name.empty() ? "column" : "_");
     }
-    if (keywords.contains(name) || taken.contains(name)) {
+    if (isAmong(Keywords, name) || isAmong(Taken, name)) {
         name += '_';
     }
     std::string unique = name;

@@ -10,7 +10,7 @@
 std::string className(std::string_view table);
 
 /// Whether a class may have the name: an identifier, and none that a record's class itself uses.
-bool isClassName(std::string_view name);
+bool isClassName(const std::string& name);
 
 /// Gives the variables of one class their names.
 class VariableNames {

@@ -355,7 +355,8 @@ protected:
             call("DBDatabase", {"&database"});
     for (const Variable& variable : variables) {
         if (!variable.kind.exact.empty()) {
-            text += "            // What is fetched into the same variable behind it is the exact number.\n";
+            text += "            // What is fetched into the same variable behind it is the exact "
+                    "number.\n";
         }
         text += binding(variable);
     }

@@ -37,8 +37,9 @@ struct ColumnRow : RowImpl {
         found.name = text(Name);
         found.type = text(Type);
         found.nullable = text(Null) == "YES";
-        found.key = text(Key) == "PRI";
         found.generated = text(Extra).find("GENERATED") != std::string::npos;
+        // The end of a versioned row counts as one, of a key that has only the present rows.
+        found.key = text(Key) == "PRI" && !found.generated;
         found.numbered = text(Extra).find("auto_increment") != std::string::npos;
         return true;
     }

@@ -12,9 +12,10 @@
 #include <tuple>
 #include <vector>
 
-namespace {
+// Not a using directive: the records' names might be the library's.
+namespace Kestro {
 
-using namespace Kestro;
+namespace {
 
 // Every row, read one after the other into the same record, and a copy of it kept.
 template <class Record> struct Rows : Database::RowParser {
@@ -46,9 +47,9 @@ struct Checksum : Database::RowImpl {
     }
 };
 
-class Tables {
+class RoundTrip {
 public:
-    Tables(const std::string& source, const std::string& copy, const std::string& file)
+    RoundTrip(const std::string& source, const std::string& copy, const std::string& file)
         : m_sourceName(source), m_copyName(copy), m_file(file)
     {
         m_source.selectDB(source);
@@ -84,7 +85,8 @@ private:
             same = (!hasKey(row) || row.remove() == 0 || wrong(row.get_error_message())) && same;
         }
         if (hasKey(all.record)) {
-            same = (count(m_copyName + '.' + m_table) == 0 || wrong("rows were not removed")) && same;
+            same =
+                (count(m_copyName + '.' + m_table) == 0 || wrong("rows were not removed")) && same;
         }
         return same;
     }
@@ -144,7 +146,8 @@ private:
 
     int count(const std::string& rows)
     {
-        return Database::QueryCount(m_source.DBConnection(), "SELECT COUNT(*) FROM " + rows).count();
+        return Database::QueryCount(m_source.DBConnection(), "SELECT COUNT(*) FROM " + rows)
+            .count();
     }
 
     void run(const std::string& statement, Database::RowParser* parser)
@@ -171,10 +174,12 @@ private:
 
 } // namespace
 
+} // namespace Kestro
+
 int main(int argc, char** argv)
 try {
     const std::vector<std::string> arguments(argv + 1, argv + argc);
-    Tables tables(arguments.at(0), arguments.at(1), arguments.at(2));
+    Kestro::RoundTrip tables(arguments.at(0), arguments.at(1), arguments.at(2));
     const int failures = tables.failures(static_cast<const Records*>(nullptr));
     std::cout << std::tuple_size_v<Records> << " tables, " << failures << " failures\n";
     return failures == 0 ? 0 : 1;

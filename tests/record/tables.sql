@@ -30,10 +30,10 @@ INSERT INTO every_type VALUES ('most',
     127, 255, 1, 32767, 65535, 8388607, 16777215, 2147483647, 4294967295, 42,
     2147483647, 4294967295,
     9223372036854775807, 18446744073709551615, 9223372036854775807, 18446744073709551615,
-    3.4028235e38, 16777215, 1.234, 1.7976931348623157e308, 0.30000000000000004, 123456789012345.67891,
+    3.4028234e38, 16777215, 1.234, 1.7976931348623157e308, 0.30000000000000004, 123456789012345.67891,
     12345678901234567890123456789012345.123456789012345678901234567891, 99999999999999999999,
     b'1', 18446744073709551615, b'101000000001',
-    '9999-12-31', '838:59:59.999999', '9999-12-31 23:59:59.999999', '2038-01-19 03:14:07.999',
+    '9999-12-31', '838:59:59.999999', '9999-12-31 23:59:59.999999', '2038-01-17 03:14:07.999',
     2155, 1901,
     'äöü', 'a "quoted" \'text\' with \\ and \t\n\r%_', '\\N', 'größe', '漢字😀',
     '\0a\0b', CONCAT('a\0b', x'ff00fe27225c0a'), '\0\0\0z',
@@ -53,7 +53,7 @@ INSERT INTO every_type VALUES ('most',
     -1.17549435e-38, 1.2345678, -1.234, -2.2250738585072014e-308, 5e-324, -0.00001,
     -0.000000000000000000000000000001, 0,
     b'0', 0, 0,
-    '0000-00-00', '-838:59:59.000001', '0000-00-00 00:00:00', '1970-01-01 00:00:01.001',
+    '0000-00-00', '-838:59:59.000001', '0000-00-00 00:00:00', '1970-01-03 00:00:00.001',
     0, 0, '', '', '', '', '', '', '', '', '', '', '', '', '', '', '', '', '2', '', '0', '0.0.0.0', '::',
     '00000000-0000-0000-0000-000000000000',
     POINT(0, 0), POINT(0, 0), ST_GeomFromText('LINESTRING(0 0, 0 1)'),
@@ -74,8 +74,8 @@ INSERT INTO nullable VALUES (0, 0, 0, '', '2000-02-29', 0), (NULL, NULL, NULL, N
 -- Names: what C++ does not take, what it takes for something else, and what the class has already.
 CREATE TABLE `it's a "table" with ``backquotes``, \\ and ??/` (
     `a name` INT PRIMARY KEY, `a-name` INT, `a_name` INT, `a__name_` INT, `a"b` INT, `a``b` INT,
-    `c'd` INT, `e\f` INT, `g\\` INT, `what??/` INT, `why???/?` INT, `*/ //` INT, `tab	newline
-` INT, `100%` INT, `2nd` INT, `!` INT, `?` INT, `_` INT, `_Id` INT, `%s` INT, `größe` INT,
+    `c'd` INT, `e\f` INT, `g\\` INT, `what??/` INT, `why???/?` INT, `*/ //` INT, `tab	new
+line` INT, `100%` INT, `2nd` INT, `!` INT, `?` INT, `_` INT, `_Id` INT, `%s` INT, `größe` INT,
     `ÄÖ` INT, `漢字` INT, `имя` INT, `ひらがな` INT, `한글` INT, `★` INT, `e★` INT, `a‮b` INT, `a b` INT,
     `cafe` INT, `café` INT, `x.y` INT, `x, y` INT, `\012` INT
 );
@@ -102,6 +102,8 @@ CREATE TABLE `number` (`number` DOUBLE PRIMARY KEY, nullable INT);
 INSERT INTO `number` VALUES (0.1, 1), (1e300, NULL), (12345678901234567890, 0);
 CREATE TABLE `2 größe 漢字` (`größe` VARCHAR(5) NOT NULL, `漢字` INT NOT NULL, UNIQUE (`größe`, `漢字`));
 INSERT INTO `2 größe 漢字` VALUES ('é', 1), ('é', 2), ('', 1);
+CREATE TABLE t (`T` INT, b BIT(9));
+INSERT INTO t VALUES (1, 257), (NULL, NULL);
 CREATE TABLE `!` (a INT);
 INSERT INTO `!` VALUES (1);
 
@@ -129,10 +131,13 @@ CREATE TABLE generated (
     t TIMESTAMP NOT NULL DEFAULT '2000-01-01 00:00:00' ON UPDATE CURRENT_TIMESTAMP
 );
 INSERT INTO generated (id, a, hidden, d, t) VALUES (1, 1, 1, NULL, '2001-01-01'), (2, NULL, NULL, 7, '2002-01-01');
-CREATE TABLE generated_key (a INT, twice INT AS (2 * a) STORED, PRIMARY KEY (twice));
-INSERT INTO generated_key (a) VALUES (1), (2);
 CREATE TABLE versioned (id INT PRIMARY KEY, text TEXT) WITH SYSTEM VERSIONING;
 INSERT INTO versioned VALUES (1, 'a'), (2, NULL);
+CREATE TABLE periods (
+    id INT PRIMARY KEY, text TEXT, since TIMESTAMP(6) GENERATED ALWAYS AS ROW START,
+    until TIMESTAMP(6) GENERATED ALWAYS AS ROW END,
+    PERIOD FOR SYSTEM_TIME (since, until)
+) WITH SYSTEM VERSIONING;
 
 -- The server's own tables.
 CREATE TABLE help_topic LIKE mysql.help_topic;
