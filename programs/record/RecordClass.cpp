@@ -254,25 +254,27 @@ constexpr std::string_view Number = R"(
     public:
         explicit Number(T& variable) : m_variable(&variable) {}
 
-        std::ostream& streamout(std::ostream& os) const override
+        std::ostream& streamout(std::ostream& toStream) const override
         {
-            char text[32];
-            char* const end = text + sizeof text;
+            char valueText[32];
+            char* valueEnd = valueText + sizeof valueText;
             if constexpr (std::is_integral_v<T>) {
-                return os.write(text, std::to_chars(text, end, *m_variable).ptr - text);
+                valueEnd = std::to_chars(valueText, valueEnd, *m_variable).ptr;
             } else {
                 // Every digit that a double has, and an exponent: without one it is a DECIMAL.
-                const double value = *m_variable;
-                const auto format = std::chars_format::scientific;
-                return os.write(text, std::to_chars(text, end, value, format).ptr - text);
+                const double asDouble = *m_variable;
+                valueEnd = std::to_chars(valueText, valueEnd, asDouble,
+                                         std::chars_format::scientific)
+                               .ptr;
             }
+            return toStream.write(valueText, valueEnd - valueText);
         }
         bool empty() const override { return false; }
         using VarRefBase::assign;
-        void assign(const std::string& text) override
+        void assign(const std::string& valueText) override
         {
             *m_variable = 0;
-            std::from_chars(text.data(), text.data() + text.size(), *m_variable);
+            std::from_chars(valueText.data(), valueText.data() + valueText.size(), *m_variable);
         }
         VarRefBase* dup() const override { return new Number(*this); }
 
@@ -288,24 +290,27 @@ constexpr std::string_view Nullable = R"(
     public:
         explicit Nullable(std::optional<T>& variable) : m_variable(&variable) {}
 
-        std::ostream& streamout(std::ostream& os) const override
+        std::ostream& streamout(std::ostream& toStream) const override
         {
-            return *m_variable ? Plain(**m_variable).streamout(os) : os << "\\N";
+            return *m_variable ? Plain(**m_variable).streamout(toStream) : toStream << "\\N";
         }
         const std::string& quotation() const override
         {
             return *m_variable ? Plain(**m_variable).quotation() : VarRefBase::quotation();
         }
         bool empty() const override { return !*m_variable || Plain(**m_variable).empty(); }
-        void assign(const char* text) override
+        void assign(const char* valueText) override
         {
-            if (text != nullptr) {
-                assign(std::string(text));
+            if (valueText != nullptr) {
+                assign(std::string(valueText));
             } else {
                 m_variable->reset();
             }
         }
-        void assign(const std::string& text) override { Plain(m_variable->emplace()).assign(text); }
+        void assign(const std::string& valueText) override
+        {
+            Plain(m_variable->emplace()).assign(valueText);
+        }
         VarRefBase* dup() const override { return new Nullable(*this); }
 
     private:

@@ -51,7 +51,7 @@ INSERT INTO every_type VALUES ('most',
     -1.17549435e-38, 1.2345678, -1.234, -2.2250738585072014e-308, 5e-324, -0.00001,
     -0.000000000000000000000000000001, 0,
     '0000-00-00', '-838:59:59.000001', '0000-00-00 00:00:00', '1970-01-03 00:00:00.001',
-    0, 0, '', '', '', '', '', '', '', '', '', '', '', '', '', '', '', '', '2', '', '0', '0.0.0.0', '::',
+    1901, 1901, '', '', '', '', '', '', '', '', '', '', '', '', '', '', '', '', '2', '', '0', '0.0.0.0', '::',
     '00000000-0000-0000-0000-000000000000',
     POINT(0, 0), POINT(0, 0), ST_GeomFromText('LINESTRING(0 0, 0 1)'),
     ST_GeomFromText('POLYGON((0 0, 1 0, 1 1, 0 0))'), ST_GeomFromText('MULTIPOINT(0 0)'),
@@ -64,8 +64,8 @@ INSERT INTO every_type (id, c_bool, c_usmallint, c_umediumint, c_int, c_uint, c_
     c_longblob, c_point)
 VALUES ('null', 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, '2000-01-01', 2000, '', '', '', '', POINT(1, 1));
 
-CREATE TABLE bits (id INT PRIMARY KEY, a BIT NOT NULL, b BIT(64) NOT NULL, c BIT(12), d BIT(8));
-INSERT INTO bits VALUES (1, 1, 18446744073709551615, b'101000000001', NULL), (2, 0, 0, NULL, b'00110101');
+CREATE TABLE bits (id INT PRIMARY KEY, a BIT NOT NULL, b BIT(64) NOT NULL, c BIT(12), d BIT(8), year YEAR);
+INSERT INTO bits VALUES (1, 1, 18446744073709551615, b'101000000001', NULL, 2000), (2, 0, 0, NULL, b'00110101', 0);
 
 CREATE TABLE nullable (a INT, b BIGINT UNSIGNED, c DOUBLE, d VARCHAR(20), e DATE, f DECIMAL(5, 2));
 INSERT INTO nullable VALUES (0, 0, 0, '', '2000-02-29', 0), (NULL, NULL, NULL, NULL, NULL, NULL),
@@ -90,7 +90,7 @@ CREATE TABLE `class` (
 INSERT INTO `class` (`class`, `key`, `int`, `template`) VALUES ('a', 1, 3, x'610062'), ('b', 1, 4, NULL);
 CREATE TABLE database_ (
     `database` INT PRIMARY KEY, handle INT, `row` INT, bound INT, text INT, `variable` INT, value INT,
-    `column` INT, os INT, `end` INT, format INT, std INT, Kestro INT, Number INT, Nullable DOUBLE,
+    `column` INT, toStream INT, valueText INT, valueEnd INT, asDouble INT, std INT, Kestro INT, Number INT, Nullable DOUBLE,
     Fetched BIT, readBytes BLOB, T INT, Plain INT, m_variable INT, DatabaseRecord INT, Database_ INT,
     KYDBTableSimple INT, KYVarRef INT, KYDB_FLAG_KEY INT, m_dbmap INT, dbmap_init INT, dbmap_size INT,
     table_name INT, DBDatabase INT, `get` INT, save INT, remove INT, parse INT, assign INT, dump INT,
