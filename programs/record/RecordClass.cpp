@@ -111,15 +111,10 @@ std::string call(const std::string& function, const std::vector<std::string>& ar
 
 std::string reference(const Variable& variable)
 {
-    const std::string type(variable.kind.variable);
-    const std::string number = "Number<" + type + '>';
     if (variable.column.nullable) {
-        return "KYVarRef(new Nullable" +
-               (variable.kind.own ? '<' + type + ", " + number + '>' : "") + '(' + variable.name +
-               "))";
+        return (variable.kind.own ? "nullable<Number>(" : "nullable(") + variable.name + ')';
     }
-    return variable.kind.own ? "KYVarRef(new " + number + '(' + variable.name + "))"
-                             : variable.name;
+    return variable.kind.own ? "KYVarRef(new Number(" + variable.name + "))" : variable.name;
 }
 
 std::string flags(const Variable& variable)
@@ -190,8 +185,8 @@ std::string includes(const Needs& needs)
 
 std::string classComment(const std::string& table, const Needs& needs)
 {
-    std::string text = "/// A row of the table \"" + literal(table) +
-                       "\"; the first version was written by kestro-record.\n";
+    std::string text =
+        "/// Written by kestro-record: a row of the table \"" + literal(table) + "\".\n";
     if (needs.nullable) {
         text += R"(///
 /// A column that may be NULL is a std::optional: get() empties it for NULL, and what is empty is
@@ -263,9 +258,8 @@ constexpr std::string_view Number = R"(
             } else {
                 // Every digit that a double has, and an exponent: without one it is a DECIMAL.
                 const double asDouble = *m_variable;
-                valueEnd = std::to_chars(valueText, valueEnd, asDouble,
-                                         std::chars_format::scientific)
-                               .ptr;
+                valueEnd =
+                    std::to_chars(valueText, valueEnd, asDouble, std::chars_format::scientific).ptr;
             }
             return toStream.write(valueText, valueEnd - valueText);
         }
@@ -285,8 +279,7 @@ constexpr std::string_view Number = R"(
 
 constexpr std::string_view Nullable = R"(
     /// The reference to a variable that may be NULL; Plain refers to one that may not.
-    template <class T, class Plain = Kestro::KYVarRefT<T>> class Nullable
-        : public Kestro::VarRefBase {
+    template <class T, class Plain> class Nullable : public Kestro::VarRefBase {
     public:
         explicit Nullable(std::optional<T>& variable) : m_variable(&variable) {}
 
@@ -316,6 +309,12 @@ constexpr std::string_view Nullable = R"(
     private:
         std::optional<T>* m_variable;
     };
+
+    template <template <class> class Plain = Kestro::KYVarRefT, class T>
+    static Kestro::KYVarRef nullable(std::optional<T>& variable)
+    {
+        return Kestro::KYVarRef(new Nullable<T, Plain<T>>(variable));
+    }
 )";
 
 } // namespace
