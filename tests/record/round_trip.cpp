@@ -8,7 +8,9 @@
 #include <KestroDatabase>
 #include <db_client.h>
 #include <fstream>
+#include <functional>
 #include <iostream>
+#include <memory>
 #include <tuple>
 #include <vector>
 
@@ -17,12 +19,12 @@ namespace Kestro {
 
 namespace {
 
-// Every row, read one after the other into the same record, and a copy of it kept.
-template <class Record> struct Rows : Database::RowParser {
-    Record record;
-    std::vector<Record> rows;
-
-    explicit Rows(KYDBDatabase& database) : record(database) {}
+// Reads every row into the same record, one after the other, and has each looked at.
+class EachRow : public Database::RowParser {
+public:
+    EachRow(KYDBTableBase& record, const std::function<void()>& look)
+        : m_record(record), m_look(look)
+    {}
 
     void parse(void* connection, void* result) override
     {
@@ -31,10 +33,14 @@ template <class Record> struct Rows : Database::RowParser {
             if (row.row == nullptr) {
                 return;
             }
-            record.parse(&row);
-            rows.push_back(record);
+            m_record.parse(&row);
+            m_look();
         }
     }
+
+private:
+    KYDBTableBase& m_record;
+    const std::function<void()>& m_look;
 };
 
 struct Checksum : Database::RowImpl {
@@ -46,6 +52,8 @@ struct Checksum : Database::RowImpl {
         return true;
     }
 };
+
+using Copies = std::function<std::unique_ptr<KYDBTableSimple>()>;
 
 class RoundTrip {
 public:
@@ -65,59 +73,72 @@ public:
 private:
     template <class Record> bool comesBack()
     {
-        Rows<Record> all(m_source);
-        m_table = all.record.table_name();
-        run("CREATE TABLE " + m_copyName + '.' + m_table + " LIKE " + m_sourceName + '.' + m_table,
-            nullptr);
-        run("SELECT " + all.record.sql_keys(KYDB_FLAG_ALL, "") + " FROM " + m_table, &all);
+        Record record(m_source);
+        return comesBack(record, [&record] { return std::make_unique<Record>(record); });
+    }
 
-        bool same = !all.rows.empty() || wrong("there are no rows");
-        for (Record& row : all.rows) {
-            same = (!hasKey(row) || isFound(row)) && same;
-            row.DBDatabase(&m_copy);
-            same = (row.save(false) == 0 || wrong(row.get_error_message())) && same;
+    bool comesBack(KYDBTableSimple& record, const Copies& copyOf)
+    {
+        m_table = record.table_name();
+        run("CREATE TABLE " + m_copyName + '.' + m_table + " LIKE " + m_sourceName + '.' + m_table);
+
+        const bool hasKey = !record.sql_keys(KYDB_FLAG_KEY, "").empty();
+        int rows = 0;
+        bool same = true;
+        std::string lines;
+        forEachRow(record, [&] {
+            ++rows;
+            same = (!hasKey || isFound(*copyOf())) && same;
+            same =
+                isDone(*copyOf(), [](KYDBTableSimple& copy) { return copy.save(false); }) && same;
+            lines += record.sql_valuesforfile(KYDB_FLAG_SAVE);
+        });
+        same = (rows > 0 || wrong("there are no rows")) && same && isCopied("saved rows");
+        if (same && record.sql_keys(KYDB_FLAG_SAVE, "") == loadableColumns()) {
+            same = isLoaded(lines);
         }
-        same = same && isCopied("saved rows");
-        if (same && all.record.sql_keys(KYDB_FLAG_SAVE, "") == loadableColumns()) {
-            same = isLoaded(all.rows);
-        }
-        for (Record& row : all.rows) {
-            same = (!hasKey(row) || row.remove() == 0 || wrong(row.get_error_message())) && same;
-        }
-        if (hasKey(all.record)) {
+        if (hasKey) {
+            forEachRow(record, [&] {
+                same =
+                    isDone(*copyOf(), [](KYDBTableSimple& copy) { return copy.remove(); }) && same;
+            });
             same =
                 (count(m_copyName + '.' + m_table) == 0 || wrong("rows were not removed")) && same;
         }
         return same;
     }
 
-    static bool hasKey(KYDBTableBase& record)
+    void forEachRow(KYDBTableBase& record, const std::function<void()>& look)
     {
-        return !record.sql_keys(KYDB_FLAG_KEY, "").empty();
+        EachRow parser(record, look);
+        run("SELECT " + record.sql_keys(KYDB_FLAG_ALL, "") + " FROM " + m_table, &parser);
     }
 
-    template <class Record> bool isFound(const Record& row)
+    bool isFound(KYDBTableSimple& record)
     {
-        Record found(row);
-        KYDBRecordParser parser(found);
-        if (found.get(&parser) != 0) {
-            return wrong(found.get_error_message());
+        KYDBRecordParser parser(record);
+        if (record.get(&parser) != 0) {
+            return wrong(record.get_error_message());
         }
-        const std::string condition = found.sql_keyvalues(KYDB_FLAG_KEY, " AND ");
+        const std::string condition = record.sql_keyvalues(KYDB_FLAG_KEY, " AND ");
         return (parser.found() && count(m_table + " WHERE " + condition) == 1) ||
                wrong("not one row has " + condition);
     }
 
-    template <class Record> bool isLoaded(std::vector<Record>& rows)
+    // In the database of the copies.
+    bool isDone(KYDBTableSimple& record, int (*operation)(KYDBTableSimple&))
     {
-        std::ofstream file(m_file, std::ios::binary);
-        for (Record& row : rows) {
-            row.sql_valuesforfile(file, KYDB_FLAG_SAVE);
-        }
-        file.close();
+        record.table_name(); // binds the record to the source first
+        record.DBDatabase(&m_copy);
+        return operation(record) == 0 || wrong(record.get_error_message());
+    }
+
+    bool isLoaded(const std::string& lines)
+    {
+        std::ofstream(m_file, std::ios::binary) << lines;
         const std::string copy = m_copyName + '.' + m_table;
-        run("DELETE FROM " + copy, nullptr);
-        run("LOAD DATA INFILE '" + m_file + "' INTO TABLE " + copy, nullptr);
+        run("DELETE FROM " + copy);
+        run("LOAD DATA INFILE '" + m_file + "' INTO TABLE " + copy);
         return isCopied("rows of a data file");
     }
 
@@ -153,7 +174,7 @@ private:
             .count();
     }
 
-    void run(const std::string& statement, Database::RowParser* parser)
+    void run(const std::string& statement, Database::RowParser* parser = nullptr)
     {
         Database::Query query(m_source.DBConnection(), parser);
         query << statement;
