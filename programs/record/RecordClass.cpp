@@ -365,18 +365,18 @@ protected:
         text += binding(variable);
     }
     text += "        }\n    }\n";
-    std::string helpers;
+    std::string members;
     if (needs.bytes) {
-        helpers += ReadBytes;
+        members += ReadBytes;
     }
     if (needs.number) {
-        helpers += Number;
+        members += Number;
     }
     if (needs.nullable) {
-        helpers += Nullable;
+        members += Nullable;
     }
-    if (!helpers.empty()) {
-        text += "\nprivate:" + helpers;
+    if (!members.empty()) {
+        text += "\nprivate:" + members;
     }
     return text + "};\n";
 }
