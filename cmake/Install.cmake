@@ -14,6 +14,7 @@ install(TARGETS kestrodb kestroclient kestroplatform kestro_database EXPORT Kest
   INCLUDES DESTINATION ${headers})
 
 install(TARGETS kestro-doctor RUNTIME COMPONENT runtime)
+install(TARGETS kestro-record RUNTIME COMPONENT development)
 
 install(EXPORT KestroDB NAMESPACE Kestro:: FILE KestroDBTargets.cmake
   DESTINATION ${package_directory} COMPONENT development)

@@ -12,7 +12,8 @@ sub flat { my $text = shift; $text =~ s/^[ \t]+//mg; return $text }
 
 my @programs = map { flat(text($_)) } glob "$top/examples/*.cpp";
 my ($blocks, $failed) = (0, 0);
-for my $page ("$top/README.md", glob "$top/docs/*.md") {
+# The class on the page of kestro-record is what that program writes, which its own test compares.
+for my $page (grep { !/kestro-record/ } "$top/README.md", glob "$top/docs/*.md") {
     my $text = text($page);
     while ($text =~ /^```cpp\n(.*?)^```$/msg) {
         my $block = flat($1);

@@ -1,4 +1,5 @@
-// Tells what a program on the library would meet on this machine's server; see docs/doctor.md.
+// Tells what a program on the library would meet on this machine's server; see
+// docs/kestro-doctor.md.
 
 #include "Checks.h"
 #include "Socket.h"

@@ -1,0 +1,107 @@
+#include "Identifier.h"
+#include "RecordClass.h"
+
+#include <Kestro/Database/Connection.h>
+#include <Kestro/Database/Query.h>
+#include <Kestro/Database/RowContainer.h>
+
+#include <cstdlib>
+#include <iostream>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+using namespace Kestro::Database;
+
+namespace {
+
+constexpr int Misused = 2;
+
+constexpr char Usage[] = R"(usage: kestro-record DATABASE TABLE [CLASS]
+       kestro-record --help
+
+Writes a C++ header with a record class for the table to standard output. The
+class is named CLASS, or else after the table: HelpTopic for help_topic. The
+server is the local one, or the one whose socket MYSQL_UNIX_PORT names.
+)";
+
+struct ColumnRow : RowImpl {
+    Column found;
+
+    bool parse(void* connection, void* result, void* row) override
+    {
+        enum { Name, Type, Null, Key, Default, Extra };
+        const auto text = [&](int index) {
+            return std::string(column(connection, result, row, index).value_or(""));
+        };
+        found.name = text(Name);
+        found.type = text(Type);
+        found.nullable = text(Null) == "YES";
+        found.generated = text(Extra).find("GENERATED") != std::string::npos;
+        // The end of a versioned row counts as one, of a key that has only the present rows.
+        found.key = text(Key) == "PRI" && !found.generated;
+        found.numbered = text(Extra).find("auto_increment") != std::string::npos;
+        return true;
+    }
+};
+
+std::vector<Column> columnsOf(Connection& connection, const std::string& table)
+{
+    RowContainer rows;
+    KyRowParser<ColumnRow> parser(rows);
+    Query query(connection, &parser);
+    query << "desc " << quoted(table);
+    try {
+        query.execute();
+    } catch (const DatabaseException&) {
+        throw std::runtime_error(query.get_error_message());
+    }
+    std::vector<Column> columns;
+    for (const Kestro::Ref<RowImpl>& row : rows.rows()) {
+        columns.push_back(static_cast<const ColumnRow&>(*row).found);
+    }
+    return columns;
+}
+
+int fail(const std::string& message)
+{
+    std::cerr << "kestro-record: " << message << '\n';
+    return EXIT_FAILURE;
+}
+
+int misused(const std::string& message)
+{
+    std::cerr << "kestro-record: " << message << "\n\n" << Usage;
+    return Misused;
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+try {
+    const std::vector<std::string> arguments(argv + 1, argv + argc);
+    if (arguments == std::vector<std::string>{"--help"}) {
+        std::cout << Usage;
+        return EXIT_SUCCESS;
+    }
+    if (arguments.size() < 2 || arguments.size() > 3) {
+        return misused("a database and a table are wanted, and perhaps a class");
+    }
+    const std::string& database = arguments[0];
+    const std::string& table = arguments[1];
+    if (database.starts_with("--")) {
+        return misused("unknown option " + database);
+    }
+    if (arguments.size() == 3 && !isClassName(arguments[2])) {
+        return misused("no name for a record's class: " + arguments[2]);
+    }
+    Connection connection(database);
+    std::cout << recordClass(table, arguments.size() == 3 ? arguments[2] : className(table),
+                             columnsOf(connection, table))
+              << std::flush;
+    return std::cout ? EXIT_SUCCESS : fail("the class was not written completely");
+} catch (const Kestro::Exception& e) {
+    return fail(e.stringParameter());
+} catch (const std::exception& e) {
+    return fail(e.what());
+}
