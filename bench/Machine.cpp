@@ -171,4 +171,13 @@ OneProcessor::~OneProcessor()
     }
 }
 
+IdleThread::IdleThread() : m_thread([end = m_end.get_future()] { end.wait(); })
+{}
+
+IdleThread::~IdleThread()
+{
+    m_end.set_value();
+    m_thread.join();
+}
+
 } // namespace bench

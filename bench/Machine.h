@@ -1,7 +1,9 @@
 #pragma once
 
+#include <future>
 #include <sched.h>
 #include <sys/types.h>
+#include <thread>
 
 /// What the system tells about processors and memory. Times are in milliseconds, memory in MiB.
 namespace bench {
@@ -37,6 +39,19 @@ public:
 private:
     cpu_set_t m_own;
     cpu_set_t m_server;
+};
+
+/// A second thread, which does nothing: locks and counters cost more where a process has one.
+class IdleThread {
+public:
+    IdleThread();
+    ~IdleThread();
+    IdleThread(const IdleThread&) = delete;
+    IdleThread& operator=(const IdleThread&) = delete;
+
+private:
+    std::promise<void> m_end;
+    std::thread m_thread;
 };
 
 } // namespace bench

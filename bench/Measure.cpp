@@ -1,5 +1,6 @@
 #include "Measure.h"
 
+#include "Chart.h"
 #include "Machine.h"
 
 #include <algorithm>
@@ -7,10 +8,8 @@
 #include <cstddef>
 #include <cstdio>
 #include <exception>
-#include <fstream>
 #include <optional>
 #include <stdexcept>
-#include <string_view>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -175,69 +174,26 @@ private:
     int m_disturbed = 0;
 };
 
-// One chart under the other: a bar for each way, as long as its median, the first way's being 1.
-void draw(const std::vector<Table>& tables, const std::string& path)
+Chart chartOf(const Table& table)
 {
-    constexpr int Width = 720;
-    constexpr int Left = 110; // of the bars
-    constexpr int Longest = 430;
-    constexpr int Title = 44;
-    constexpr int Step = 26;
-    std::size_t height = 0;
-    for (const Table& table : tables) {
-        height += Title + Step * table.lines.size() + 10;
+    Chart chart{table.title, {}, "ms"};
+    for (const Line& line : table.lines) {
+        chart.bars.push_back({line.way, line.median});
     }
-    std::ofstream svg(path);
-    svg << "<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"" << Width << "\" height=\"" << height
-        << "\" viewBox=\"0 0 " << Width << ' ' << height
-        << "\" font-family=\"sans-serif\" font-size=\"13\" fill=\"#24292f\">\n"
-           "<rect width=\"100%\" height=\"100%\" fill=\"#ffffff\"/>\n";
-    std::size_t top = 0;
-    for (const Table& table : tables) {
-        svg << "<text x=\"12\" y=\"" << top + 25 << "\" font-size=\"15\" font-weight=\"bold\">"
-            << table.title << "</text>\n";
-        top += Title;
-        const double first = table.lines.front().median;
-        const double unit =
-            Longest * first / std::ranges::max(table.lines, {}, &Line::median).median;
-        for (const Line& line : table.lines) {
-            const std::string_view colour = line.way == "kestro"                  ? "#c2410c"
-                                            : line.way == table.lines.front().way ? "#57606a"
-                                                                                  : "#9db4cf";
-            const double length = unit * line.median / first;
-            char text[64];
-            std::snprintf(text, sizeof text, "%.2f  (%.0f ms)", line.median / first, line.median);
-            svg << "<text x=\"" << Left - 8 << "\" y=\"" << top + 15 << "\" text-anchor=\"end\">"
-                << line.way << "</text><rect x=\"" << Left << "\" y=\"" << top << "\" width=\""
-                << length << "\" height=\"20\" fill=\"" << colour << "\"/><text x=\""
-                << Left + length + 8 << "\" y=\"" << top + 15 << "\">" << text << "</text>\n";
-            top += Step;
-        }
-        // Where 1 is.
-        svg << "<line x1=\"" << Left + unit << "\" x2=\"" << Left + unit << "\" y1=\""
-            << top - Step * table.lines.size() - 4 << "\" y2=\"" << top
-            << "\" stroke=\"#24292f\" stroke-dasharray=\"3 3\"/>\n";
-        top += 10;
-    }
-    svg << "</svg>\n";
-    if (!svg.flush()) {
-        throw std::runtime_error("cannot write " + path);
-    }
+    return chart;
 }
 
-void compare(const std::vector<Scenario>& scenarios, int rounds, const std::string& chart)
+void compare(const std::vector<Scenario>& scenarios, int rounds, const std::string& chartFile)
 {
-    std::vector<Table> tables;
+    std::vector<Chart> charts;
     for (const Scenario& scenario : scenarios) {
         const std::optional<OneProcessor> pinned =
             scenario.oneProcessor ? std::optional<OneProcessor>(std::in_place) : std::nullopt;
         const Comparison comparison(scenario, rounds);
         comparison.print();
-        tables.push_back(comparison.table());
+        charts.push_back(chartOf(comparison.table()));
     }
-    if (!chart.empty()) {
-        draw(tables, chart);
-    }
+    draw(charts, chartFile);
 }
 
 void profile(const std::vector<Scenario>& scenarios, const std::string& name, int size)
@@ -262,17 +218,12 @@ void profile(const std::vector<Scenario>& scenarios, const std::string& name, in
 int run(int argc, char** argv, const std::vector<Scenario>& scenarios)
 try {
     std::vector<std::string> arguments(argv + 1, argv + argc);
-    std::string chart;
-    const auto option = std::ranges::find(arguments, "--svg");
-    if (option != arguments.end() && option + 1 != arguments.end()) {
-        chart = option[1];
-        arguments.erase(option, option + 2);
-    }
+    const std::string chartFile = takeChartFile(arguments);
     if (arguments.size() == 2) {
         profile(scenarios, arguments[0], std::stoi(arguments[1]));
     } else {
         compare(scenarios, arguments.empty() ? DefaultRounds : std::max(std::stoi(arguments[0]), 1),
-                chart);
+                chartFile);
     }
     return 0;
 } catch (const std::exception& failure) {

@@ -8,7 +8,7 @@ namespace bench {
 
 namespace {
 
-std::vector<Peer>& peers()
+std::vector<Peer>& addedPeers()
 {
     static std::vector<Peer> all;
     return all;
@@ -18,8 +18,13 @@ std::vector<Peer>& peers()
 
 bool addPeer(const Peer& peer)
 {
-    peers().push_back(peer);
+    addedPeers().push_back(peer);
     return true;
+}
+
+const std::vector<Peer>& peers()
+{
+    return addedPeers();
 }
 
 void addPeerWays(std::vector<Way>& ways, Peer::Run Peer::*run)

@@ -1,13 +1,11 @@
 // A handle is copied and dropped, while another owns the object. std::shared_ptr counts without
 // atomic operations as long as a process has one thread, so there is a table for two.
 
+#include "Machine.h"
 #include "Measure.h"
 
 #include <KestroRefcounted>
-#include <condition_variable>
 #include <memory>
-#include <mutex>
-#include <thread>
 
 using namespace bench;
 
@@ -42,12 +40,7 @@ template <class Handle> std::uint64_t copies(int number)
 
 template <class Handle> std::uint64_t copiesBesideThread(int number)
 {
-    std::mutex mutex;
-    std::condition_variable_any stopped;
-    const std::jthread other([&](const std::stop_token& stop) {
-        std::unique_lock lock(mutex);
-        stopped.wait(lock, stop, [] { return false; });
-    });
+    const IdleThread other;
     return copies<Handle>(number);
 }
 

@@ -1,11 +1,14 @@
 // CppDB prepares its statements, keeps them prepared for the next time, and stores every result.
 
 #include "Item.h"
+#include "Machine.h"
 #include "Peer.h"
 #include "RawLink.h"
 #include "Record.h"
 
+#include <cppdb/backend.h>
 #include <cppdb/frontend.h>
+#include <cppdb/pool.h>
 #include <list>
 
 namespace bench {
@@ -80,7 +83,18 @@ std::uint64_t upserts(int upserts)
     return 0;
 }
 
-const bool added = addPeer({"cppdb", keptRows, streamedRows, pointSelects, upserts});
+std::uint64_t loans(int number)
+{
+    const cppdb::pool::pointer pool = cppdb::pool::create(login());
+    const IdleThread other;
+    for (int i = 0; i < number; ++i) {
+        const cppdb::session session(pool->open());
+    }
+    return 0;
+}
+
+const bool added =
+    addPeer({"cppdb", keptRows, streamedRows, pointSelects, upserts, loans, nullptr});
 
 } // namespace
 

@@ -1,6 +1,7 @@
 // MySQL++ is a stream of text with marks that quote, and rows whose fields convert themselves.
 
 #include "Item.h"
+#include "Machine.h"
 #include "Peer.h"
 #include "RawLink.h"
 #include "Record.h"
@@ -97,7 +98,28 @@ std::uint64_t upserts(int upserts)
     return 0;
 }
 
-const bool added = addPeer({"mysql++", keptRows, streamedRows, pointSelects, upserts});
+class LinkPool : public mysqlpp::ConnectionPool {
+public:
+    ~LinkPool() override { clear(); }
+
+protected:
+    mysqlpp::Connection* create() override { return new Link; }
+    void destroy(mysqlpp::Connection* link) override { delete link; }
+    unsigned int max_idle_time() override { return 600; }
+};
+
+std::uint64_t loans(int number)
+{
+    LinkPool pool;
+    const IdleThread other;
+    for (int i = 0; i < number; ++i) {
+        const mysqlpp::ScopedConnection link(pool);
+    }
+    return 0;
+}
+
+const bool added =
+    addPeer({"mysql++", keptRows, streamedRows, pointSelects, upserts, loans, nullptr});
 
 } // namespace
 

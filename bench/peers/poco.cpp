@@ -2,14 +2,18 @@
 // after the other.
 
 #include "Item.h"
+#include "Machine.h"
 #include "Peer.h"
 #include "RawLink.h"
 #include "Record.h"
 
+#include <Poco/Data/DataException.h>
 #include <Poco/Data/MySQL/Connector.h>
 #include <Poco/Data/Session.h>
+#include <Poco/Data/SessionPool.h>
 #include <Poco/Data/TypeHandler.h>
 #include <list>
+#include <stdexcept>
 
 // How Poco Data reads an object: the member names are its own.
 template <> class Poco::Data::TypeHandler<bench::Record> {
@@ -41,11 +45,16 @@ namespace {
 
 using namespace Poco::Data::Keywords;
 
-Poco::Data::Session connect()
+std::string login()
 {
     Poco::Data::MySQL::Connector::registerConnector();
     // By "localhost" it finds the socket as the raw client does.
-    return {"MySQL", "host=localhost;password=;user=" + account() + ";db=" + BenchDatabase};
+    return "host=localhost;password=;user=" + account() + ";db=" + BenchDatabase;
+}
+
+Poco::Data::Session connect()
+{
+    return {"MySQL", login()};
 }
 
 std::uint64_t keptRows(int rows)
@@ -103,7 +112,45 @@ std::uint64_t upserts(int upserts)
     return 0;
 }
 
-const bool added = addPeer({"poco", keptRows, streamedRows, pointSelects, upserts});
+struct SessionPool : Poco::Data::SessionPool {
+    SessionPool() : Poco::Data::SessionPool("MySQL", login(), PoolSize, PoolSize) {}
+};
+
+std::uint64_t loans(int number)
+{
+    SessionPool pool;
+    const IdleThread other;
+    for (int i = 0; i < number; ++i) {
+        const Poco::Data::Session session = pool.get();
+    }
+    return 0;
+}
+
+class Sessions : public Pool {
+public:
+    bool cycle() override
+    try {
+        Poco::Data::Session session = m_pool.get();
+        int one = 0;
+        session << CycleStatement, into(one), now;
+        if (one != 1) {
+            throw std::runtime_error("a statement failed");
+        }
+        return true;
+    } catch (const Poco::Data::SessionPoolExhaustedException&) {
+        return false;
+    }
+
+private:
+    SessionPool m_pool;
+};
+
+std::unique_ptr<Pool> pool()
+{
+    return std::make_unique<Sessions>();
+}
+
+const bool added = addPeer({"poco", keptRows, streamedRows, pointSelects, upserts, loans, pool});
 
 } // namespace
 

@@ -1,6 +1,7 @@
 // SOCI binds variables; its MySQL backend puts them into the text and stores every result.
 
 #include "Item.h"
+#include "Machine.h"
 #include "Peer.h"
 #include "RawLink.h"
 #include "Record.h"
@@ -8,6 +9,7 @@
 #include <list>
 #include <soci/mysql/soci-mysql.h>
 #include <soci/soci.h>
+#include <stdexcept>
 
 namespace bench {
 
@@ -83,7 +85,48 @@ std::uint64_t upserts(int upserts)
     return 0;
 }
 
-const bool added = addPeer({"soci", keptRows, streamedRows, pointSelects, upserts});
+struct OpenPool : soci::connection_pool {
+    OpenPool() : soci::connection_pool(PoolSize)
+    {
+        for (std::size_t i = 0; i < PoolSize; ++i) {
+            at(i).open(soci::mysql, login());
+        }
+    }
+};
+
+std::uint64_t loans(int number)
+{
+    OpenPool pool;
+    const IdleThread other;
+    for (int i = 0; i < number; ++i) {
+        const soci::session session(pool);
+    }
+    return 0;
+}
+
+class Sessions : public Pool {
+public:
+    bool cycle() override
+    {
+        soci::session session(m_pool);
+        int one = 0;
+        session << CycleStatement, soci::into(one);
+        if (one != 1) {
+            throw std::runtime_error("a statement failed");
+        }
+        return true;
+    }
+
+private:
+    OpenPool m_pool;
+};
+
+std::unique_ptr<Pool> pool()
+{
+    return std::make_unique<Sessions>();
+}
+
+const bool added = addPeer({"soci", keptRows, streamedRows, pointSelects, upserts, loans, pool});
 
 } // namespace
 
