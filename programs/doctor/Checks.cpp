@@ -1,8 +1,10 @@
 #include "Checks.h"
 
 #include <algorithm>
+#include <iterator>
 #include <set>
 #include <sstream>
+#include <utility>
 
 namespace doctor {
 
