@@ -38,6 +38,7 @@ struct Peer {
     Run streamedRows;
     Run pointSelects;
     Run upserts;
+    Run insertedRows;
     Run loans;
     std::unique_ptr<Pool> (*pool)();
 };

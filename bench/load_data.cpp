@@ -1,7 +1,9 @@
-// Rows are written from variables into a data file, which the server's bulk loader reads.
+// Rows are written from variables into a data file, which the server's bulk loader reads; or they
+// are inserted, by libraries that have no such thing.
 
 #include "Item.h"
 #include "Measure.h"
+#include "Peer.h"
 #include "RawLink.h"
 
 #include <KestroDatabase>
@@ -113,10 +115,8 @@ std::uint64_t written(int /*rows*/)
 
 int main(int argc, char** argv)
 {
+    std::vector<Way> ways = {{"raw", raw}, {"kestro", kestro}};
+    addPeerWays(ways, &Peer::insertedRows);
     return run(argc, argv,
-               {{"500,000 rows from variables through a data file",
-                 Rows,
-                 {{"raw", raw}, {"kestro", kestro}},
-                 empty,
-                 written}});
+               {{"500,000 rows from variables into a table", Rows, ways, empty, written}});
 }

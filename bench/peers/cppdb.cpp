@@ -94,7 +94,7 @@ std::uint64_t loans(int number)
 }
 
 const bool added =
-    addPeer({"cppdb", keptRows, streamedRows, pointSelects, upserts, loans, nullptr});
+    addPeer({"cppdb", keptRows, streamedRows, pointSelects, upserts, nullptr, loans, nullptr});
 
 } // namespace
 

@@ -98,6 +98,25 @@ std::uint64_t upserts(int upserts)
     return 0;
 }
 
+// Statements of many rows, as its own way of inserting a container makes them.
+std::uint64_t insertedRows(int rows)
+{
+    constexpr int Group = 1'000;
+    Link link;
+    Item item;
+    for (int number = 0; number < rows;) {
+        mysqlpp::Query query = link.query("INSERT INTO item VALUES ");
+        for (int i = 0; i < Group && number < rows; ++i, ++number) {
+            item.turn(number, rows);
+            query << (i == 0 ? "(" : ",(") << item.id << ',' << mysqlpp::quote << item.a << ','
+                  << mysqlpp::quote << item.b << ',' << mysqlpp::quote << item.c << ',' << item.d
+                  << ',' << mysqlpp::quote << item.e << ')';
+        }
+        query.execute();
+    }
+    return 0;
+}
+
 class LinkPool : public mysqlpp::ConnectionPool {
 public:
     ~LinkPool() override { clear(); }
@@ -118,8 +137,8 @@ std::uint64_t loans(int number)
     return 0;
 }
 
-const bool added =
-    addPeer({"mysql++", keptRows, streamedRows, pointSelects, upserts, loans, nullptr});
+const bool added = addPeer(
+    {"mysql++", keptRows, streamedRows, pointSelects, upserts, insertedRows, loans, nullptr});
 
 } // namespace
 

@@ -150,7 +150,8 @@ std::unique_ptr<Pool> pool()
     return std::make_unique<Sessions>();
 }
 
-const bool added = addPeer({"poco", keptRows, streamedRows, pointSelects, upserts, loans, pool});
+const bool added =
+    addPeer({"poco", keptRows, streamedRows, pointSelects, upserts, nullptr, loans, pool});
 
 } // namespace
 

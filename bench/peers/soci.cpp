@@ -126,7 +126,8 @@ std::unique_ptr<Pool> pool()
     return std::make_unique<Sessions>();
 }
 
-const bool added = addPeer({"soci", keptRows, streamedRows, pointSelects, upserts, loans, pool});
+const bool added =
+    addPeer({"soci", keptRows, streamedRows, pointSelects, upserts, nullptr, loans, pool});
 
 } // namespace
 
