@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdio>
 #include <fstream>
+#include <sstream>
 #include <stdexcept>
 #include <string_view>
 
@@ -31,6 +32,7 @@ void draw(std::ofstream& svg, const Chart& chart, std::size_t top)
     const Chart::Bar& first = chart.bars.front();
     const double one =
         Longest * first.value / std::ranges::max(chart.bars, {}, &Chart::Bar::value).value;
+    std::ostringstream values; // in front of the line
     for (const Chart::Bar& bar : chart.bars) {
         const std::string_view colour = bar.name == "kestro"     ? "#c2410c"
                                         : bar.name == first.name ? "#57606a"
@@ -41,14 +43,17 @@ void draw(std::ofstream& svg, const Chart& chart, std::size_t top)
                       chart.unit);
         svg << "<text x=\"" << Left - 8 << "\" y=\"" << top + 15 << "\" text-anchor=\"end\">"
             << bar.name << "</text><rect x=\"" << Left << "\" y=\"" << top << "\" width=\""
-            << length << "\" height=\"20\" fill=\"" << colour << "\"/><text x=\""
-            << Left + length + 8 << "\" y=\"" << top + 15 << "\">" << text << "</text>\n";
+            << length << "\" height=\"20\" fill=\"" << colour << "\"/>\n";
+        values << "<text x=\"" << Left + length + 8 << "\" y=\"" << top + 15
+               << "\" stroke=\"#ffffff\" stroke-width=\"4\" paint-order=\"stroke\">" << text
+               << "</text>\n";
         top += Step;
     }
     // Where 1 is.
     svg << "<line x1=\"" << Left + one << "\" x2=\"" << Left + one << "\" y1=\""
         << top - Step * chart.bars.size() - 4 << "\" y2=\"" << top
-        << "\" stroke=\"#24292f\" stroke-dasharray=\"3 3\"/>\n";
+        << "\" stroke=\"#24292f\" stroke-dasharray=\"3 3\"/>\n"
+        << values.str();
 }
 
 } // namespace
