@@ -4,6 +4,7 @@
 
 #include <cstdint>
 
+/// \file
 /// The client interface: plain functions between the library and the server.
 ///
 /// Handles are opaque. A connection handle comes from db_connect_unix and ends with db_disconnect;

@@ -15,7 +15,7 @@ namespace Kestro::Database {
 /// columns.
 class KESTRO_API CountRow : public RowImpl {
 public:
-    std::int32_t count = 0;
+    std::int32_t count = 0; ///< the number; 0 before the first row
 
     ~CountRow() override;
     bool parse(void* connection, void* result, void* row) override;

@@ -15,8 +15,8 @@ namespace Kestro::Database {
 /// QueryDescribeTable:19 if there are no columns.
 class KESTRO_API FieldRow : public RowImpl {
 public:
-    std::string name;
-    std::string type;
+    std::string name; ///< the first column
+    std::string type; ///< the second column
 
     ~FieldRow() override;
     bool parse(void* connection, void* result, void* row) override;
@@ -27,10 +27,10 @@ public:
 /// All happens in the constructor, on the calling thread; the object keeps nothing but the list.
 class KESTRO_API QueryDescribeTable {
 public:
-    /// One column: its name, and its type as the server spells it, such as "int(11)".
+    /// One column.
     struct Field {
-        std::string name;
-        std::string type;
+        std::string name; ///< as it was given when the table was made
+        std::string type; ///< as the server spells it, such as "int(11)"
     };
 
     /// Sends "desc ", the table and ";". The table goes into the statement as it is: quote it where
@@ -39,6 +39,7 @@ public:
     QueryDescribeTable(Connection& connection, const std::string& table);
     virtual ~QueryDescribeTable();
 
+    /// The columns. The reference lives as long as this object.
     const std::list<Field>& fields() const& { return m_fields; }
     /// By value, so that a loop may run over the fields of a temporary.
     std::list<Field> fields() && { return std::move(m_fields); }
@@ -50,6 +51,7 @@ private:
 /// Appends the Field that a FieldRow holds to a list, which must outlive it.
 class KESTRO_API AdapterFieldRowToFieldContainer {
 public:
+    /// Appends to this list.
     explicit AdapterFieldRowToFieldContainer(std::list<QueryDescribeTable::Field>& fields)
         : m_fields(&fields)
     {}

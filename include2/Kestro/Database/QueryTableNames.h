@@ -15,7 +15,7 @@ namespace Kestro::Database {
 /// QueryTableNames:24 if the first one is empty or NULL.
 class KESTRO_API TableNamesRow : public RowImpl {
 public:
-    std::string name;
+    std::string name; ///< the table's name
 
     ~TableNamesRow() override;
     bool parse(void* connection, void* result, void* row) override;
@@ -29,6 +29,7 @@ public:
     /// Sends "show tables;". Throws what Query::execute() throws.
     explicit QueryTableNames(Connection& connection);
 
+    /// The names. The reference lives as long as this object.
     const std::set<std::string>& names() const& { return m_tableNames; }
     /// By value, so that a loop may run over the names of a temporary.
     std::set<std::string> names() && { return std::move(m_tableNames); }
@@ -40,6 +41,7 @@ private:
 /// Inserts the name that a TableNamesRow holds into a set, which must outlive it.
 class KESTRO_API AdapterTableRowToNameContainer {
 public:
+    /// Inserts into this set.
     explicit AdapterTableRowToNameContainer(std::set<std::string>& names) : m_names(&names) {}
     /// The row must be a TableNamesRow.
     void operator()(const Ref<RowImpl>& row) const;
@@ -61,6 +63,7 @@ public:
     QueryTableExists(Connection& connection, const std::string& table);
     virtual ~QueryTableExists();
 
+    /// Whether at least one table matched.
     bool exists() const { return m_exists; }
 
 private:

@@ -10,6 +10,7 @@
 #include <optional>
 #include <string_view>
 
+/// \file
 /// How the rows of a result reach a program: a row object reads the columns it wants from one row
 /// at a time, and a parser walks the rows.
 ///
@@ -115,6 +116,7 @@ protected:
 /// which must outlive it, keeps growing.
 template <class T> class KESTRO_API KyRowParser : public AllRowParser {
 public:
+    /// Fills this container.
     explicit KyRowParser(RowContainer& container) : m_container(&container) {}
     ~KyRowParser() override = default;
 
@@ -131,6 +133,7 @@ private:
 /// until the rows end or the object's parse() returns false.
 class KESTRO_API OneRowParser : public RowParser {
 public:
+    /// Feeds this row object.
     explicit OneRowParser(RowImpl& row) : m_row(&row) {}
     ~OneRowParser() override;
 

@@ -23,7 +23,9 @@ public:
     /// without the prefix, which is compared byte for byte, leaves the short form as it was.
     void parse(const std::string& text, bool isFqn);
 
+    /// The short form, without the prefix. The reference lives as long as this object.
     const std::string& name() const { return m_name; }
+    /// The full form. The reference lives as long as this object.
     const std::string& fqn() const { return m_fqn; }
 
     /// "ky_". A class that overrides it returns a text that lives as long as its objects. Any

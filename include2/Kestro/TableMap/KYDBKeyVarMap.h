@@ -9,6 +9,9 @@
 #include <string>
 #include <vector>
 
+/// \file
+/// Columns bound to variables, and SQL from them.
+
 /// Appends the pieces of the text between separators to the list, empty ones too unless they are to
 /// be skipped, and returns how many elements the list then has. An empty text returns 0 and leaves
 /// the list as it is. Any thread may call it.
@@ -26,9 +29,9 @@ constexpr int KYDB_FLAG_ALL = 65535; ///< every column with one of the low 16 bi
 /// One fetched row: the client interface's handles, as a row object's parse() receives them. Owns
 /// nothing.
 struct DBRowResult {
-    void* connection;
-    void* result;
-    void* row;
+    void* connection; ///< of the link that the result came over
+    void* result;     ///< of the result that the row is in
+    void* row;        ///< of the row
 };
 
 /// The tail of a SELECT; values of 0 or below are not wanted.

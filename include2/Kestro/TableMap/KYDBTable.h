@@ -65,7 +65,9 @@ public:
     int get_error_number() const { return m_errorNumber; }
     std::string get_error_message() const { return m_errorMessage; }
 
+    /// The number of bound columns; 0 before the hook ran first.
     std::size_t dbmap_size() const { return m_dbmap.size(); }
+    /// Forgets all bindings; a hook that binds when there are none binds anew.
     void dbmap_clear() { m_dbmap.clear(); }
 
     /// The fragments of KYDBKeyVarMap, into a stream or as a text.
@@ -84,6 +86,8 @@ public:
     int assign(const std::string& name, const std::string& value);
 
 protected:
+    /// The hook: sets the table's name and the database and binds the columns. Runs in front of
+    /// every operation that needs them, so it binds only while dbmap_size() is 0.
     virtual void dbmap_init() = 0;
 
 private:
@@ -91,7 +95,7 @@ private:
     int m_errorNumber = 0;
 
 protected:
-    KYDBKeyVarMap m_dbmap;
+    KYDBKeyVarMap m_dbmap; ///< the bindings, in the order in which the hook made them
 
 private:
     std::string m_tableName;
@@ -141,16 +145,26 @@ private:
 /// Threads: as for a record.
 class KESTRO_API KYDBCollectionBase {
 protected:
+    /// The hook: sets the table's name and the database. DBConnection() runs it.
     virtual void collection_init() = 0;
 
 public:
     KYDBCollectionBase() = default;
     virtual ~KYDBCollectionBase();
 
+    /// Sets the table's name.
     void table_name(const std::string& name);
+    /// The database handle to use, which must outlive this object's use of it; the caller owns it.
     void DBDatabase(KYDBDatabase* handle);
+    /// Runs the hook and returns the handle's connection. Throws std::runtime_error if there is no
+    /// handle.
     Database::Connection& DBConnection();
+    /// Runs a query through the handle and returns 0, or keeps number and message of its failure
+    /// and returns -1. Does not run the hook. Throws std::runtime_error if there is no handle.
     int execute(Database::Query& query);
+
+    /// Number and message of this object's own last failure, 0 and "" before it; a success does not
+    /// clear them.
     int get_error_number() const { return m_errorNumber; }
     std::string get_error_message() const { return m_errorMessage; }
 

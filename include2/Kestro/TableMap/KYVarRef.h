@@ -9,6 +9,7 @@
 /// db_escape_string writes without a connection. Any thread may call it.
 KESTRO_API std::string kydb_escape_string(const std::string& text);
 
+/// \file
 /// How a record's columns reach its variables: a reference knows one variable of one type, and a
 /// handle, KYVarRef, owns one reference. The variables belong to the caller and outlive both.
 ///
@@ -45,6 +46,7 @@ public:
 /// and an `int` takes the low bits. Texts are escaped, quoted with " and stored unchanged.
 template <class T> class KESTRO_API KYVarRefT : public VarRefBase {
 public:
+    /// Refers to this variable, which must outlive the reference and its copies.
     explicit KYVarRefT(T& variable) : m_var(&variable) {}
 
     std::ostream& streamout(std::ostream& os) const override;
@@ -86,7 +88,9 @@ private:
 /// Owns one reference, or is null. A copy owns a reference of its own to the same variable.
 class KESTRO_API KYVarRef {
 public:
+    /// Null: no reference.
     KYVarRef() = default;
+    /// Makes the reference that fits the variable, which must outlive it and its copies.
     KYVarRef(int& variable);
     KYVarRef(long& variable);
     KYVarRef(std::string& variable);
@@ -99,6 +103,7 @@ public:
 
     /// Deletes the reference and makes the handle null.
     void release();
+    /// Whether the handle is null.
     bool isNull() const { return m_ref == nullptr; }
     /// The reference, null for a null handle.
     VarRefBase* operator->() const { return m_ref; }

@@ -55,6 +55,7 @@ public:
     const std::string& asString() const { return *m_text; }
 
 protected:
+    /// What the constructor of Exception was given.
     ExceptionRecord(const std::string& message, int intParameter, const std::string& fileName,
                     unsigned lineNumber);
     ExceptionRecord(const ExceptionRecord&) = default;

@@ -28,15 +28,16 @@ private:
 /// An IPv4 address and a port. A plain value: distinct objects are independent.
 class KESTRO_API SocketAddress {
 public:
+    /// Both parts as plain numbers, in the byte order of the machine.
     struct INET {
         std::uint32_t address; ///< as IPAddress::value()
-        unsigned port;
+        unsigned port;         ///< 0 to 65535
     };
 
     /// Throws Exception("SocketAddress", 4) with the port as string parameter if it is over 65535.
     SocketAddress(const IPAddress& address, unsigned port);
 
-    /// Address and port as plain numbers, both in the byte order of the machine.
+    /// Address and port.
     INET asINET() const { return {m_address.value(), m_port}; }
 
     friend bool operator==(const SocketAddress&, const SocketAddress&) = default;

@@ -16,12 +16,15 @@ namespace Kestro {
 /// are all when the sanitizers that watch the heap are at work. Any thread may make and delete.
 class KESTRO_API Storage {
 public:
+    /// Throws std::bad_alloc if there is no memory.
     static void* operator new(std::size_t size);
     static void* operator new(std::size_t size, std::align_val_t alignment)
     {
         return ::operator new(size, alignment);
     }
     static void* operator new(std::size_t /*size*/, void* place) { return place; }
+
+    /// The other half of each operator new.
     static void operator delete(void* object, std::size_t size) noexcept;
     static void operator delete(void* object, std::size_t /*size*/,
                                 std::align_val_t alignment) noexcept

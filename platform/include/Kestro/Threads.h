@@ -11,7 +11,9 @@ namespace Kestro {
 /// Every operation may be called from any thread; unlock only by the holder.
 class KESTRO_API Mutex {
 public:
+    /// Waits until no other thread holds the mutex, and takes it once more.
     void lock() { m_mutex.lock(); }
+    /// Gives it back once.
     void unlock() { m_mutex.unlock(); }
 
 private:
@@ -21,6 +23,7 @@ private:
 /// Holds a Mutex from construction to destruction. The mutex must outlive it.
 class [[nodiscard]] KESTRO_API Synchronized {
 public:
+    /// Locks the mutex, waiting for it if need be.
     explicit Synchronized(Mutex& mutex) : m_lock(mutex) {}
 
 private:

@@ -4,12 +4,16 @@
 
 #include <cstdint>
 
+/// \file
+/// Trace lines on standard error, switched by a mask.
+
 /// Points at the process's debug mask: which trace lines are written. The word starts at 0, or at
 /// the number in the environment variable BASEPP_DBG_MASK (as strtoul reads it: decimal,
 /// hexadecimal after 0x, octal after 0), and is valid before any constructor runs. Programs may
 /// change the word and the pointer while no other thread uses the library.
 extern "C" KESTRO_API std::uint32_t* basepp_dbg_mask_;
 
+/// Trace lines.
 namespace basepp::dbg {
 
 /// Writes one line to standard error: file, line, function and the text made from the printf
