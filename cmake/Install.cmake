@@ -13,6 +13,8 @@ install(TARGETS kestrodb kestroclient kestroplatform kestro_database EXPORT Kest
   FILE_SET HEADERS DESTINATION ${headers} COMPONENT development
   INCLUDES DESTINATION ${headers})
 
+set_target_properties(kestro-doctor kestro-record PROPERTIES
+  INSTALL_RPATH $ORIGIN/../${CMAKE_INSTALL_LIBDIR})
 install(TARGETS kestro-doctor RUNTIME COMPONENT runtime)
 install(TARGETS kestro-record RUNTIME COMPONENT development)
 

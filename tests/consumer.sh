@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Does what docs/start.md tells a newcomer, with the commands as they stand there: builds the README's
-# program against what is installed, by CMake and by hand, and runs it both times; then the same
-# against the unpacked Debian packages.
+# program against what is installed, by CMake and by hand, and runs it both times, and starts the
+# installed programs; then the same with the unpacked Debian packages.
 #
 #     consumer.sh BUILD_DIRECTORY
 set -euo pipefail
@@ -40,6 +40,9 @@ follow() {
     expect_note "$PWD/build/first"
     HOME=$1 bash -e <<<"$(shown sh pkg-config)" >log 2>&1 || fail "$(<log)"
     expect_note "$PWD/first"
+    for program in kestro-doctor kestro-record; do
+        "$1/kestro/bin/$program" --help >log 2>&1 || fail "$(<log)"
+    done
     cd "$top"
 }
 

@@ -100,8 +100,7 @@ Finding connectionFinding(const Failure& failure, const std::string& login, bool
     case AccessDenied:
     case AccessDeniedWithoutPassword:
         advice = "as an administrator: CREATE USER " + quotedAccount(login) +
-                 " IDENTIFIED VIA unix_socket; if the account exists: ALTER USER instead of "
-                 "CREATE USER";
+                 " IDENTIFIED VIA unix_socket (ALTER USER if the account exists)";
         break;
     case TooManyConnections:
         advice = "SHOW PROCESSLIST, as root, tells who holds them; max_connections is the limit";
@@ -151,11 +150,12 @@ Finding databaseFinding(const std::string& database, const Failure& failure,
     case UnknownDatabase:
         return {Bad, Subject, describe(failure),
                 "CREATE DATABASE " + quotedName(database) +
-                    ", or let KYDBDatabase::selectDB() do so"};
+                    ", or let KYDBDatabase::selectDB() do so: that needs the right CREATE on it"};
     case NoRightToDatabase:
         return {Bad, Subject, describe(failure),
                 "if it exists, as an administrator: GRANT SELECT, INSERT, UPDATE, DELETE ON " +
-                    quotedName(database) + ".* TO " + quotedAccount(account)};
+                    quotedName(database) + ".* TO " + quotedAccount(account) +
+                    " (GRANT ALL if programs are to create it or its tables)"};
     default:
         return {Bad, Subject, describe(failure), ""};
     }

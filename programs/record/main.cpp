@@ -23,6 +23,8 @@ constexpr char Usage[] = R"(usage: kestro-record DATABASE TABLE [CLASS]
 Writes a C++ header with a record class for the table to standard output. The
 class is named CLASS, or else after the table: HelpTopic for help_topic. The
 server is the local one, or the one whose socket MYSQL_UNIX_PORT names.
+
+The exit status is 0, 1 if no class could be written, 2 for wrong usage.
 )";
 
 struct ColumnRow : RowImpl {
@@ -84,14 +86,14 @@ try {
         std::cout << Usage;
         return EXIT_SUCCESS;
     }
+    if (!arguments.empty() && arguments[0].starts_with("--")) {
+        return misused("unknown option " + arguments[0]);
+    }
     if (arguments.size() < 2 || arguments.size() > 3) {
         return misused("a database and a table are wanted, and perhaps a class");
     }
     const std::string& database = arguments[0];
     const std::string& table = arguments[1];
-    if (database.starts_with("--")) {
-        return misused("unknown option " + database);
-    }
     if (arguments.size() == 3 && !isClassName(arguments[2])) {
         return misused("no name for a record's class: " + arguments[2]);
     }
