@@ -296,6 +296,9 @@ void Link::ended(std::uint64_t rows)
     if ((mysql->server_status & SERVER_SESSION_STATE_CHANGED) != 0) {
         sessionKnown = false;
         sessionFresh = false;
+        if (mysql->db != nullptr) { // the Connector follows USE
+            database = mysql->db;
+        }
     }
 }
 

@@ -19,7 +19,7 @@ struct Failure {
 /// the link is lost, another one takes its place.
 struct Link {
     MYSQL* mysql = nullptr;
-    const std::string database;
+    std::string database;      ///< that is selected
     const unsigned generation; ///< of the process that opened it, see ofParent()
     bool multipleStatements;
     unsigned long maxAllowedPacket = 0; ///< the server's limit, bytes

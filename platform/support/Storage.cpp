@@ -2,6 +2,7 @@
 
 #include <array>
 #include <mutex>
+#include <pthread.h>
 #include <sys/mman.h>
 #include <utility>
 
@@ -61,9 +62,18 @@ struct Stack {
     }
 };
 
+class Depot;
+Depot& depot();
+
 // What the threads leave to each other.
 class Depot {
 public:
+    Depot()
+    {
+        // A child process does not have the thread that may be in here: nobody is while it is made.
+        pthread_atfork([] { depot().m_mutex.lock(); }, [] { depot().m_mutex.unlock(); },
+                       [] { depot().m_mutex.unlock(); });
+    }
     Stack take(std::size_t index)
     {
         const std::lock_guard lock(m_mutex);
@@ -122,9 +132,10 @@ Depot& depot()
     return instance;
 }
 
-// A thread's own objects of one size: at most two batches.
+// A thread's own objects of one size: at most two batches. One that its thread has not used yet, or
+// uses no more, is empty and counts as full: both operators then come to the functions below.
 struct Shelf {
-    Stack current;
+    Stack current{nullptr, Batch};
     Stack spare;
 };
 
@@ -132,14 +143,19 @@ struct Shelf {
 // instruction instead of a call.
 [[gnu::tls_model("initial-exec")]] constinit thread_local std::array<Shelf, Sizes> shelves;
 
+// Whether the thread has left its objects, and makes and deletes at the depot, one by one.
+[[gnu::tls_model("initial-exec")]] constinit thread_local bool gone = false;
+
 // Leaves a thread's objects to the others when it ends.
 struct Leave {
     bool armed = false;
     ~Leave()
     {
+        gone = true;
         for (std::size_t index = 0; index < Sizes; ++index) {
-            depot().give(index, std::exchange(shelves[index].current, {}));
-            depot().give(index, std::exchange(shelves[index].spare, {}));
+            const Shelf shelf = std::exchange(shelves[index], {});
+            depot().give(index, shelf.current);
+            depot().give(index, shelf.spare);
         }
     }
 };
@@ -149,8 +165,14 @@ thread_local Leave leave;
 // those save no registers.
 [[gnu::noinline]] void* refillAndPop(Shelf& shelf, std::size_t index)
 {
+    if (gone) {
+        Stack batch = depot().take(index);
+        void* object = batch.pop();
+        depot().give(index, batch);
+        return object;
+    }
     leave.armed = true;
-    std::swap(shelf.current, shelf.spare);
+    shelf.current = std::exchange(shelf.spare, {});
     if (shelf.current.top == nullptr) {
         shelf.current = depot().take(index);
     }
@@ -159,8 +181,17 @@ thread_local Leave leave;
 
 [[gnu::noinline]] void unloadAndPush(Shelf& shelf, std::size_t index, void* object)
 {
+    if (gone) {
+        Stack one;
+        one.push(object);
+        depot().give(index, one);
+        return;
+    }
     leave.armed = true;
-    depot().give(index, std::exchange(shelf.spare, std::exchange(shelf.current, {})));
+    const Stack full = std::exchange(shelf.current, {});
+    if (full.top != nullptr) {
+        depot().give(index, std::exchange(shelf.spare, full));
+    }
     shelf.current.push(object);
 }
 

@@ -8,7 +8,10 @@
 #include <basepp/dbg.h>
 #include <memory>
 #include <set>
+#include <sys/wait.h>
 #include <thread>
+#include <unistd.h>
+#include <vector>
 
 namespace {
 
@@ -123,6 +126,61 @@ template <std::size_t Size> void passBetweenThreads()
         << "freed places are not used again";
 #endif
 }
+
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+// A thread that ends leaves what it deleted to the others, however little it was, and whatever its
+// own thread_local objects delete then.
+TEST(Storage, IsLeftByThreadsThatEnd)
+{
+    using Object = Stored<200>;
+    std::set<const void*> places;
+    for (int round = 0; round < 100; ++round) {
+        std::vector<std::unique_ptr<Object>> all(40);
+        for (auto& object : all) {
+            object = std::make_unique<Object>(0);
+            places.insert(object.get());
+        }
+        std::jthread([&all, round] {
+            if (round % 2 == 0) {
+                all.clear();
+                return;
+            }
+            // Older than the storage's own end in this thread, so it deletes behind that.
+            static thread_local std::vector<std::unique_ptr<Object>> held;
+            held = std::move(all);
+            held.pop_back();
+        }).join();
+    }
+    EXPECT_LT(places.size(), 1000U);
+}
+
+// A child process can make objects whatever other threads of its parent were doing.
+TEST(Storage, LivesOnInAChildProcess)
+{
+    const auto use = [] {
+        std::array<std::unique_ptr<Stored<232>>, 200> all; // more than a thread keeps
+        for (auto& object : all) {
+            object = std::make_unique<Stored<232>>(0);
+        }
+    };
+    std::jthread other([&use](const std::stop_token& stop) {
+        while (!stop.stop_requested()) {
+            use();
+        }
+    });
+    for (int i = 0; i < 300; ++i) {
+        const pid_t child = fork();
+        if (child == 0) {
+            alarm(10); // ends a child that waits for ever
+            use();
+            _exit(0);
+        }
+        int status = -1;
+        ASSERT_EQ(waitpid(child, &status, 0), child);
+        ASSERT_EQ(status, 0);
+    }
+}
+#endif
 
 TEST(Storage, PassesObjectsBetweenThreads)
 {

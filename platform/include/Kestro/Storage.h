@@ -14,6 +14,7 @@ namespace Kestro {
 /// A class derives from it to have its objects, and those of classes derived from it, made there by
 /// new. Objects of more than 256 bytes, or aligned to more than 16, are the heap's as ever, and so
 /// are all when the sanitizers that watch the heap are at work. Any thread may make and delete.
+/// There is no new (std::nothrow).
 class KESTRO_API Storage {
 public:
     /// Throws std::bad_alloc if there is no memory.
