@@ -129,9 +129,9 @@ double memoryAtStart()
     return memoryLine("VmRSS:");
 }
 
-double peakMemory()
+double peakMemory(double atStart)
 {
-    return std::max(memoryLine("VmHWM:"),
+    return std::max(memoryLine("VmHWM:") - atStart,
                     static_cast<double>(usageOf(RUSAGE_CHILDREN).ru_maxrss) / 1024);
 }
 

@@ -13,8 +13,9 @@ double ownCpu();
 
 /// Begins to watch this process's memory, and returns what it has now.
 double memoryAtStart();
-/// The most that this process had since then, or the most of a child that it has waited for.
-double peakMemory();
+/// The most that this process had since then above what it had, or the most of a child that it has
+/// waited for.
+double peakMemory(double atStart);
 
 /// Measures what processes other than this one, its children and the server take.
 class ForeignCpu {

@@ -51,7 +51,7 @@ struct Table {
             std::chrono::steady_clock::now() - start;
         sample.wall = spent.count();
         sample.cpu = ownCpu() - cpu;
-        sample.peak = peakMemory() - memory;
+        sample.peak = peakMemory(memory);
     } catch (const std::exception& failure) {
         std::fprintf(stderr, "%s: %s\n", way.name.c_str(), failure.what());
         _exit(1);

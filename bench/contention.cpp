@@ -29,7 +29,8 @@ using namespace Kestro::Database;
 namespace {
 
 constexpr int DefaultRounds = 5;
-constexpr std::chrono::milliseconds Spell{1000};
+// More than twice what a loan may wait.
+constexpr std::chrono::milliseconds Spell{5000};
 
 using Clock = std::chrono::steady_clock;
 using Milliseconds = std::chrono::duration<double, std::milli>;
