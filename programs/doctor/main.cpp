@@ -12,6 +12,8 @@
 #include <iomanip>
 #include <iostream>
 #include <pwd.h>
+#include <stdexcept>
+#include <string>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -110,7 +112,12 @@ std::vector<Row> ask(Connection& connection, const std::string& statement)
     OneRowParser parser(row);
     Query query(connection, &parser);
     query << statement;
-    query.execute();
+    try {
+        query.execute();
+    } catch (const DatabaseException&) { // without the statement, which tells the user nothing
+        throw std::runtime_error(std::to_string(query.get_error_number()) + ", " +
+                                 query.get_error_message());
+    }
     return std::move(row.rows);
 }
 
