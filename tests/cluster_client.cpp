@@ -7,12 +7,11 @@
 //     cluster_client write FIRST       saves numbered records until its input ends; prints each one
 //                                      that is acknowledged, and "doubt N" for one that may be
 //                                      there
-//     cluster_client value SQL         prints the number that a statement gives
 //     cluster_client refused NUMBER    waits until a save is refused with this number
 //     cluster_client accepted          waits until a save is accepted
 
-#include <KestroDatabase>
-#include <KestroTableMap>
+#include "Item.h"
+
 #include <chrono>
 #include <cstdlib>
 #include <fstream>
@@ -36,41 +35,15 @@ constexpr int NotSent = 2006;
 constexpr int PerhapsDone = 2013;
 constexpr std::chrono::milliseconds Pause{20};
 
-struct Item : KYDBTableSimple {
-    KYDBDatabase& database;
-    long id = 0;
-    std::string text;
-
-    explicit Item(KYDBDatabase& handle) : database(handle) {}
-
-protected:
-    void dbmap_init() override
-    {
-        if (dbmap_size() == 0) {
-            table_name("item");
-            DBDatabase(&database);
-            m_dbmap.push_back("id", id, KYDB_FLAG_KEY | KYDB_FLAG_SAVE)
-                .push_back("text", text, KYDB_FLAG_SAVE);
-        }
-    }
-};
-
-void run(Connection& connection, const std::string& statement)
-{
-    Database::Query query(connection);
-    query << statement;
-    query.execute();
-}
-
 void create()
 {
     KYDBDatabase database;
     database.selectDB(Name);
     database.selectDB(Name);
     Connection connection(Name);
-    run(connection, "CREATE TABLE item (id BIGINT PRIMARY KEY, text VARCHAR(40))");
-    run(connection, "CREATE TABLE counter (name VARCHAR(20) PRIMARY KEY, value BIGINT)");
-    run(connection, "CREATE TABLE loaded (id INT PRIMARY KEY, text VARCHAR(40))");
+    execute(connection, "CREATE TABLE item (number BIGINT PRIMARY KEY, text VARCHAR(60))");
+    execute(connection, "CREATE TABLE counter (name VARCHAR(20) PRIMARY KEY, value BIGINT)");
+    execute(connection, "CREATE TABLE loaded (id INT PRIMARY KEY, text VARCHAR(40))");
     Item item(database);
     item.text = "saved on one node";
     if (item.save(false) != 0) {
@@ -146,17 +119,16 @@ std::unique_ptr<KYDBDatabase> awaitDatabase()
 void write(long first)
 {
     const std::unique_ptr<KYDBDatabase> database = awaitDatabase();
-    for (long id = first; !inputEnded(); ++id) {
+    for (long number = first; !inputEnded(); ++number) {
         Item item(*database);
-        item.id = id;
-        item.text = "written";
+        item.number = number;
         while (item.save(false) != 0) {
-            const int number = item.get_error_number();
-            if (number == PerhapsDone) {
-                std::cout << "doubt " << id << std::endl;
+            const int refusal = item.get_error_number();
+            if (refusal == PerhapsDone) {
+                std::cout << "doubt " << number << std::endl;
                 break;
             }
-            if (number != NotSent && number != Deadlock && number != NoQuorum) {
+            if (refusal != NotSent && refusal != Deadlock && refusal != NoQuorum) {
                 throw std::runtime_error(item.get_error_message());
             }
             if (inputEnded()) {
@@ -165,17 +137,9 @@ void write(long first)
             std::this_thread::sleep_for(Pause);
         }
         if (item.get_error_number() != PerhapsDone) {
-            std::cout << id << std::endl;
+            std::cout << number << std::endl;
         }
     }
-}
-
-void value(const std::string& statement)
-{
-    Connection connection(Name);
-    run(connection, "SET SESSION wsrep_sync_wait = 15");
-    const auto number = Database::QueryCount(connection, statement).count();
-    std::cout << number << '\n';
 }
 
 // Saves until a save ends with this number, 0 for success.
@@ -207,8 +171,6 @@ try {
         load(argv[2], std::atoi(argv[3]));
     } else if (command == "write" && argc == 3) {
         write(std::atol(argv[2]));
-    } else if (command == "value" && argc == 3) {
-        value(argv[2]);
     } else if (command == "refused" && argc == 3) {
         await(std::atoi(argv[2]));
     } else if (command == "accepted") {

@@ -5,8 +5,8 @@
 // It fails if a call fails in a way that a killed session does not explain, if a row that was
 // acknowledged is not there, or one too many is, if a link stays open, or if it hangs.
 
-#include <KestroDatabase>
-#include <KestroTableMap>
+#include "Item.h"
+
 #include <array>
 #include <atomic>
 #include <chrono>
@@ -32,25 +32,6 @@ constexpr int Threads = 8;
 constexpr unsigned PoolSize = 4;
 constexpr unsigned HangAfter = 60; // seconds behind the end
 
-struct Item : KYDBTableSimple {
-    KYDBDatabase& database;
-    long number = 0;
-    std::string text = "it's \"saved\"";
-
-    explicit Item(KYDBDatabase& handle) : database(handle) {}
-
-protected:
-    void dbmap_init() override
-    {
-        if (dbmap_size() == 0) {
-            table_name("item");
-            DBDatabase(&database);
-            m_dbmap.push_back("number", number, KYDB_FLAG_KEY | KYDB_FLAG_SAVE)
-                .push_back("text", text, KYDB_FLAG_SAVE);
-        }
-    }
-};
-
 // The numbers of a result's first column, until there are enough.
 struct Numbers : RowImpl {
     std::vector<long> all;
@@ -63,14 +44,6 @@ struct Numbers : RowImpl {
         return all.size() < enough;
     }
 };
-
-void execute(Connection& connection, const std::string& text, RowParser* parser = nullptr,
-             bool store = true)
-{
-    Query query(connection, parser, store);
-    query << text;
-    query.execute();
-}
 
 // What all threads use. Borrowers hold poolUse shared; a reset has the pool for itself.
 struct Shared {
