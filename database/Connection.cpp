@@ -78,6 +78,9 @@ void Connection::connect()
         throw refused;
     }
     m_state = Connected;
+    if (m_multipleStatements) {
+        db_enable_multiple_statements_per_query(m_handle);
+    }
 }
 
 void Connection::disconnect()
@@ -91,6 +94,7 @@ void Connection::disconnect()
 
 int Connection::enableMultipleStatementsPerQuery()
 {
+    m_multipleStatements = true;
     return db_enable_multiple_statements_per_query(m_handle);
 }
 

@@ -107,8 +107,13 @@ RefConnection ConnectionPool::reset(RefConnection& connection)
     if (replaced == m_connections.end()) {
         return m_nullConnection;
     }
+    const bool multipleStatements = (*replaced)->m_connection.m_multipleStatements;
     m_connections.erase(replaced);
-    return openLent();
+    RefConnection opened = openLent();
+    if (multipleStatements) {
+        opened->m_connection.enableMultipleStatementsPerQuery();
+    }
+    return opened;
 }
 
 ConnectionPool::Lock ConnectionPool::growPool()

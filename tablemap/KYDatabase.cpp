@@ -26,7 +26,6 @@ void KYDBDatabase::selectDB(const std::string& database)
 {
     const Synchronized lock(m_mutex);
     m_connection.enableMultipleStatementsPerQuery();
-    m_multipleStatements = true;
     if (!m_connection.dbSelectIfExists(database)) {
         m_connection.dbCreate(database);
     }
@@ -40,10 +39,6 @@ int KYDBDatabase::Query_real(Database::Query& query)
         try {
             if (m_connection.state() != Database::Connection::Connected) {
                 m_connection.connect();
-                // The thread that closed the link may have been another one.
-                if (m_multipleStatements) {
-                    m_connection.enableMultipleStatementsPerQuery();
-                }
             }
             query.execute();
             return 0;

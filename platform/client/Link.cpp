@@ -1,62 +1,49 @@
 #include "Link.h"
 
 #include "Result.h"
-#include "Text.h"
 
 #include <db_client.h>
 
-#include <algorithm>
 #include <atomic>
 #include <csignal>
 #include <cstdlib>
 #include <errmsg.h>
 #include <fcntl.h>
+#include <limits>
 #include <memory>
 #include <mutex>
 #include <mysqld_error.h>
-#include <poll.h>
+#include <new>
 #include <pthread.h>
 #include <pwd.h>
-#include <string_view>
 #include <sys/socket.h>
 #include <unistd.h>
 #include <utility>
-#include <vector>
 
 namespace client {
 
 namespace {
 
 constexpr unsigned ConnectTimeout = 5; // seconds
-constexpr int NoTimeout = -1;          // of poll
+
+// The commands of the protocol that are sent here.
+constexpr unsigned char ComQuery = 3;
+constexpr unsigned char ComSetOption = 27;
+// The first bytes of a packet that is not a row, and of a result set's head that asks for a file.
+constexpr unsigned char OkPacket = 0;
+constexpr unsigned char FileRequest = 0xfb;
+constexpr unsigned char EndPacket = 0xfe;
+constexpr unsigned char ErrorPacket = 0xff;
+constexpr std::size_t EndLimit = 9; // a longer packet of EndPacket is a row with a very long value
+constexpr std::uint64_t ProgressNumber = 0xffff; // no error, but a report of progress
+constexpr std::uint64_t MostColumns = 4096;      // of the server's tables and results
 
 // What the server counts beside the text; one byte more, and it drops the link (measured from
 // 1 MiB to 64 MiB).
 constexpr std::size_t PacketOverhead = 2;
 
-// Makes the session the same whatever the server's global settings are. Values are written in "..."
-// with \ escapes, so the two modes that change what these mean go, with the six combined modes that
-// bring them back, and so does the one that makes "" a NULL. Every other mode stays.
-// character_set_database is what LOAD DATA INFILE reads files in. The two session_track variables
-// have the server report that a statement changed the session, or stopped these reports.
-constexpr char SessionSetup[] =
-    "SET NAMES utf8mb4, SESSION character_set_database=utf8mb4, "
-    "SESSION session_track_state_change=1, "
-    "SESSION session_track_system_variables='session_track_state_change', "
-    "SESSION sql_mode=REPLACE(REPLACE(REPLACE(REPLACE(REPLACE(REPLACE(REPLACE(REPLACE(REPLACE("
-    "CONCAT(',',@@SESSION.sql_mode,','),',ANSI_QUOTES,',','),',NO_BACKSLASH_ESCAPES,',','),"
-    "',ANSI,',','),',DB2,',','),',MAXDB,',','),',MSSQL,',','),',ORACLE,',','),',POSTGRESQL,',','),"
-    "',EMPTY_STRING_IS_NULL,',',')";
-
-// In these a character's second byte may be a backslash or a quote.
-constexpr std::string_view UnsafeCharacterSets[] = {"big5", "cp932", "gbk", "sjis", "gb18030"};
-constexpr std::string_view UnsafeModes[] = {"ANSI_QUOTES", "NO_BACKSLASH_ESCAPES"};
-
 // Counts the forks between the first process and this one.
 std::atomic<unsigned> currentGeneration{0};
-
-// Set when a link with several statements per query is closed, for the thread's next link.
-thread_local bool multipleStatementsPromised = false;
 
 void initialiseConnector()
 {
@@ -92,81 +79,118 @@ std::string loginName()
     return found != nullptr ? found->pw_name : std::to_string(geteuid());
 }
 
-// Opens a link with the session set up; on failure the number and text stay on the object.
-bool connect(MYSQL* mysql, const std::string& database, bool multipleStatements)
-{
-    const unsigned timeout = ConnectTimeout;
-    const unsigned localInfile = 0;
-    const unsigned protocol = MYSQL_PROTOCOL_SOCKET;
-    mysql_options(mysql, MYSQL_OPT_CONNECT_TIMEOUT, &timeout);
-    mysql_options(mysql, MYSQL_OPT_LOCAL_INFILE, &localInfile);
-    mysql_options(mysql, MYSQL_OPT_PROTOCOL, &protocol);
-    mysql_options(mysql, MYSQL_SET_CHARSET_NAME, "utf8mb4");
-    mysql_options(mysql, MYSQL_INIT_COMMAND, SessionSetup);
-    const std::string user = loginName();
-    if (mysql_real_connect(mysql, nullptr, user.c_str(), nullptr, database.c_str(), 0, socketPath(),
-                           multipleStatements ? CLIENT_MULTI_STATEMENTS : 0) == nullptr) {
-        return false;
-    }
-    fcntl(mysql_get_socket(mysql), F_SETFD, FD_CLOEXEC);
-    return true;
-}
-
-// The values of the only row; empty if the statement fails, as the object tells, or is not answered
-// within the timeout, in milliseconds, -1 for none.
-std::vector<std::string> queryRow(MYSQL* mysql, std::string_view text, int timeout)
-{
-    std::vector<std::string> values;
-    if (mysql_send_query(mysql, text.data(), text.size()) != 0) {
-        return values;
-    }
-    pollfd socket{mysql_get_socket(mysql), POLLIN, 0};
-    if (poll(&socket, 1, timeout) == 0 || mysql_read_query_result(mysql) != 0) {
-        return values;
-    }
-    if (MYSQL_RES* result = mysql_store_result(mysql)) {
-        if (MYSQL_ROW row = mysql_fetch_row(result)) {
-            values.assign(row, row + mysql_num_fields(result));
-        }
-        mysql_free_result(result);
-    }
-    return values;
-}
-
 } // namespace
 
-Link::Link(const char* databaseName, bool multipleStatementsOn)
-    : database(databaseName), generation(currentGeneration),
-      multipleStatements(multipleStatementsOn)
+Link::Link(const char* database)
+    : m_session(database), m_generation(currentGeneration), m_socketPath(socketPath()),
+      m_user(loginName()), m_maxAllowedPacket(std::numeric_limits<std::uint64_t>::max())
 {}
 
 Link::~Link()
 {
-    mysql_close(mysql);
+    if (ofParent()) {
+        detachSocket();
+    }
+    if (m_stream != nullptr) {
+        // The rest of the rows is not waited for.
+        shutdown(m_wire.socket(), SHUT_RDWR);
+        m_stream->linkCloses();
+    }
+    mysql_close(m_mysql);
 }
 
 int Link::open()
 {
+    m_state = State::Told;
+    m_wire.attach(-1);
     // A handle whose connect failed, or whose link was lost, cannot connect again.
-    mysql_close(std::exchange(mysql, mysql_init(nullptr)));
-    if (mysql == nullptr) {
+    mysql_close(std::exchange(m_mysql, mysql_init(nullptr)));
+    if (m_mysql == nullptr) {
         return fail(CR_OUT_OF_MEMORY, "Client run out of memory");
     }
-    std::vector<std::string> limit;
-    if (connect(mysql, database, multipleStatements)) {
-        limit = queryRow(mysql, "SELECT @@SESSION.max_allowed_packet",
-                         static_cast<int>(ConnectTimeout) * 1000);
+    if (!logIn()) {
+        return fail(static_cast<int>(mysql_errno(m_mysql)), mysql_error(m_mysql));
     }
-    if (limit.empty()) {
-        return mysql_errno(mysql) != 0
-                   ? fail()
-                   : fail(CR_SERVER_LOST, "Lost connection to server: no answer");
+    if (!isPlain()) {
+        return fail(CR_UNKNOWN_ERROR,
+                    "The connection is not a plain local one: TLS, compression or "
+                    "another form of packets is on, which this client does not "
+                    "speak");
     }
-    maxAllowedPacket = std::stoul(limit.front());
-    sessionKnown = true;
-    sessionFresh = true;
-    lossTold = false;
-    noteTransaction();
+    attach(mysql_get_socket(m_mysql));
+    m_wire.limitTime(static_cast<int>(ConnectTimeout) * 1000);
+    const int failed = prepareSession();
+    m_wire.limitTime(-1);
+    if (failed != 0) {
+        m_state = State::Told;
+        return 1;
+    }
+    return 0;
+}
+
+bool Link::logIn()
+{
+    const unsigned timeout = ConnectTimeout;
+    const unsigned localInfile = 0;
+    const unsigned protocol = MYSQL_PROTOCOL_SOCKET;
+    mysql_options(m_mysql, MYSQL_OPT_CONNECT_TIMEOUT, &timeout);
+    mysql_options(m_mysql, MYSQL_OPT_LOCAL_INFILE, &localInfile);
+    mysql_options(m_mysql, MYSQL_OPT_PROTOCOL, &protocol);
+    mysql_options(m_mysql, MYSQL_SET_CHARSET_NAME, "utf8mb4");
+    if (mysql_real_connect(m_mysql, nullptr, m_user.c_str(), nullptr, m_session.database().c_str(),
+                           0, m_socketPath.c_str(),
+                           m_multipleStatements ? CLIENT_MULTI_STATEMENTS : 0) == nullptr) {
+        return false;
+    }
+    fcntl(mysql_get_socket(m_mysql), F_SETFD, FD_CLOEXEC);
+    return true;
+}
+
+// Whether packets look as they are read here.
+bool Link::isPlain() const
+{
+    // Of the protocol, but not in the Connector's header: result sets that end with an OK packet,
+    // that may come without descriptions, and texts with attributes in front of them.
+    constexpr unsigned long DeprecateEof = 1UL << 24;
+    constexpr unsigned long OptionalDescriptions = 1UL << 25;
+    constexpr unsigned long QueryAttributes = 1UL << 27;
+    constexpr unsigned long Foreign = CLIENT_SSL | CLIENT_COMPRESS | CLIENT_ZSTD_COMPRESSION |
+                                      DeprecateEof | OptionalDescriptions | QueryAttributes;
+    return (m_mysql->client_flag & Foreign) == 0 && mysql_get_ssl_cipher(m_mysql) == nullptr;
+}
+
+void Link::attach(int socket)
+{
+    m_wire.attach(socket);
+    m_session.begin(SERVER_STATUS_AUTOCOMMIT);
+    m_state = State::Open;
+}
+
+int Link::prepareSession()
+{
+    const std::uint64_t rows = m_affectedRows; // of the program's own statements
+    // An explicit limit, as the server may have a sql_select_limit of 0.
+    if (!m_wire.send(ComQuery, "SELECT @@max_allowed_packet LIMIT 1")) {
+        return noPacket();
+    }
+    const int columns = readHead();
+    if (columns <= 0) {
+        return columns < 0 ? 1 : malformed("no columns where one was asked for");
+    }
+    Result limit(*this, columns);
+    if (limit.store() != 0) {
+        return 1;
+    }
+    const char* const value = limit.value(limit.fetch(0), 0);
+    m_maxAllowedPacket = value != nullptr ? std::strtoull(value, nullptr, 10) : 0;
+    m_affectedRows = rows;
+    if (!m_wire.send(ComQuery, Session::Setup)) {
+        return noPacket();
+    }
+    if (readHead() != 0) {
+        return m_answerFailed ? 1 : malformed("columns where none were asked for");
+    }
+    m_session.begin(m_status);
     return 0;
 }
 
@@ -176,11 +200,18 @@ int Link::ready(std::string_view text)
         return fail(CR_SERVER_GONE_ERROR,
                     "MySQL server has gone away (the connection is the parent process's)");
     }
-    if (stream != nullptr) {
+    if (m_stream != nullptr) {
         return fail(CR_COMMANDS_OUT_OF_SYNC,
                     "Commands out of sync; a result of this connection is still being streamed");
     }
-    return lossTold ? replace() : checkSession(text);
+    switch (m_state) {
+    case State::Told:
+        return replace();
+    case State::Lost:
+        return lost(text);
+    default:
+        return m_session.isSafe() ? 0 : checkSession(text);
+    }
 }
 
 int Link::send(std::string_view text)
@@ -188,76 +219,76 @@ int Link::send(std::string_view text)
     if (ready(text) != 0 || fits(text) != 0) {
         return 1;
     }
-    if (mysql_send_query(mysql, text.data(), text.size()) == 0) {
-        return 0;
+    if (!m_wire.send(ComQuery, text)) {
+        if (lost(text) != 0 || fits(text) != 0) {
+            return 1;
+        }
+        if (!m_wire.send(ComQuery, text)) {
+            m_state = State::Told;
+            return fail(CR_SERVER_GONE_ERROR, "MySQL server has gone away");
+        }
     }
-    if (!isLost()) {
-        return fail();
-    }
-    if (lost(text) != 0 || fits(text) != 0) {
-        return 1;
-    }
-    return mysql_send_query(mysql, text.data(), text.size()) == 0 ? 0 : fail();
+    m_session.sends(text);
+    return 0;
 }
 
 int Link::enableMultipleStatements()
 {
-    if (ready("") != 0) {
-        return 1;
+    if (ofParent() || m_stream != nullptr) {
+        return ready("");
     }
-    int failed = mysql_set_server_option(mysql, MYSQL_OPTION_MULTI_STATEMENTS_ON);
-    if (failed != 0 && isLost()) {
-        if (lost("") != 0) {
+    m_multipleStatements = true;
+    return m_state == State::Open ? sendOption() : 0;
+}
+
+// Sets what m_multipleStatements says. A link that is lost meanwhile is no failure: it is the next
+// statement that finds out, and the next session that is told.
+int Link::sendOption()
+{
+    constexpr std::string_view On("\0\0", 2);
+    constexpr std::string_view Off("\1\0", 2);
+    std::size_t size = 0;
+    const unsigned char* packet = nullptr;
+    if (m_wire.send(ComSetOption, m_multipleStatements ? On : Off)) {
+        packet = m_wire.receive(size);
+    }
+    if (packet == nullptr && m_wire.fault() == nullptr) {
+        m_state = State::Lost;
+        return 0;
+    }
+    if (packet != nullptr && size != 0) {
+        if (packet[0] == ErrorPacket) {
+            readError(packet, size);
             return 1;
         }
-        failed = mysql_set_server_option(mysql, MYSQL_OPTION_MULTI_STATEMENTS_ON);
+        if (packet[0] == EndPacket) {
+            return readEnd(packet, size) == 0 ? 0 : 1;
+        }
     }
-    if (failed != 0) {
-        return fail();
-    }
-    multipleStatements = true;
-    return 0;
+    return malformed("an option is not answered");
 }
 
 int Link::fits(std::string_view text)
 {
-    if (text.size() + PacketOverhead <= maxAllowedPacket) {
+    if (text.size() + PacketOverhead <= m_maxAllowedPacket) {
         return 0;
     }
     return fail(ER_NET_PACKET_TOO_LARGE,
                 "Got a packet bigger than 'max_allowed_packet' bytes: a statement of " +
                     std::to_string(text.size()) + " bytes is too long for max_allowed_packet=" +
-                    std::to_string(maxAllowedPacket) + "; it was not sent");
-}
-
-bool Link::isLost() const
-{
-    const unsigned number = mysql_errno(mysql);
-    return number == CR_SERVER_GONE_ERROR || number == CR_SERVER_LOST;
+                    std::to_string(m_maxAllowedPacket) + "; it was not sent");
 }
 
 // Before the server has a text as a whole: a part of one it does not run.
 int Link::lost(std::string_view text)
 {
-    if (!mayBeReplaced(text)) {
-        lossTold = true;
+    if (!m_session.mayBeReplaced(text)) {
+        m_state = State::Told;
         return fail(CR_SERVER_GONE_ERROR,
                     "MySQL server has gone away, and what the session held is lost; the "
                     "statement was not sent, the next one has a fresh session");
     }
     return replace();
-}
-
-bool Link::mayBeReplaced(std::string_view text) const
-{
-    return sessionFresh && autocommitted && !asksAboutTheLast(text);
-}
-
-// When a link is lost, the Connector forgets what it knew of the transaction.
-void Link::noteTransaction()
-{
-    constexpr unsigned Transaction = SERVER_STATUS_IN_TRANS | SERVER_STATUS_AUTOCOMMIT;
-    autocommitted = (mysql->server_status & Transaction) == SERVER_STATUS_AUTOCOMMIT;
 }
 
 int Link::replace()
@@ -267,82 +298,242 @@ int Link::replace()
     }
     // One number for all that was not sent; 2013, which a connect can end with too, would say that
     // the statement may have run.
-    lossTold = true;
+    m_state = State::Told;
     return fail(CR_SERVER_GONE_ERROR,
-                "MySQL server has gone away; opening the connection again: " + failure.text + " (" +
-                    std::to_string(failure.number) + ')');
+                "MySQL server has gone away; opening the connection again: " + m_failure.text +
+                    " (" + std::to_string(m_failure.number) + ')');
 }
 
-int Link::fail()
+int Link::checkSession(std::string_view text)
 {
-    sessionKnown = false;
-    lossTold |= isLost();
-    return fail(static_cast<int>(mysql_errno(mysql)), mysql_error(mysql));
+    if (!m_session.isKnown()) {
+        const bool counted = m_answerCounts;
+        m_session.asks();
+        if (!m_wire.send(ComQuery, Session::Question)) {
+            return lost(text);
+        }
+        if (readHead() != 0) {
+            if (m_state == State::Open) {
+                return m_answerFailed ? 1 : malformed("columns where none were asked for");
+            }
+            return lost(text);
+        }
+        // After a result set, and after a failure, ROW_COUNT() is -1, and is so again.
+        if (!counted && sendOption() != 0) {
+            return 1;
+        }
+        if (m_state != State::Open) {
+            return lost(text);
+        }
+    }
+    const std::string reason = m_session.whyUnsafe();
+    if (!reason.empty()) {
+        return fail(ER_WRONG_VALUE_FOR_VAR,
+                    "Escaped values are not safe on this connection any more: " + reason +
+                        "; the statement was not sent, open the connection again");
+    }
+    return 0;
+}
+
+int Link::readHead()
+{
+    m_answerFailed = false;
+    m_insertId = 0;
+    for (bool fileRefused = false;;) {
+        std::size_t size;
+        const unsigned char* const packet = m_wire.receive(size);
+        if (packet == nullptr) {
+            return noPacket();
+        }
+        if (size == 0) {
+            return malformed("an empty packet where an answer begins");
+        }
+        switch (packet[0]) {
+        case ErrorPacket:
+            if (size > 2 && Fields(packet + 1, 2).fixed(2) == ProgressNumber) {
+                continue;
+            }
+            return readError(packet, size);
+        case FileRequest:
+            // None of our files is sent; an empty packet ends what would be its content.
+            fileRefused = true;
+            if (!m_wire.sendEmpty()) {
+                return noPacket();
+            }
+            continue;
+        case OkPacket:
+            if (readOk(packet, size) == 0 && fileRefused) {
+                if (moreAnswers()) {
+                    return malformed("a file is asked for in the midst of a text");
+                }
+                m_answerFailed = true;
+                fail(ER_LOAD_INFILE_CAPABILITY_DISABLED, "The server asked for a file of this "
+                                                         "program's, and did not get it");
+            }
+            return m_answerFailed ? -1 : 0;
+        default:
+            return readDescriptions(packet, size);
+        }
+    }
+}
+
+// Nobody asks for what the descriptions of the columns say.
+int Link::readDescriptions(const unsigned char* packet, std::size_t size)
+{
+    Fields fields(packet, size);
+    const std::uint64_t columns = fields.number();
+    if (fields.broken() || columns == 0 || columns > MostColumns) {
+        return malformed("a result set of an impossible number of columns");
+    }
+    for (std::uint64_t i = 0; i <= columns; ++i) {
+        packet = m_wire.receive(size);
+        if (packet == nullptr) {
+            return noPacket();
+        }
+        if (size != 0 && packet[0] == ErrorPacket) {
+            return readError(packet, size);
+        }
+        const bool end = size != 0 && packet[0] == EndPacket && size < EndLimit;
+        if (end != (i == columns)) {
+            return malformed("not as many columns as announced");
+        }
+    }
+    return readEnd(packet, size) == 0 ? static_cast<int>(columns) : -1;
+}
+
+void Link::dropRows()
+{
+    Failure before = std::move(m_failure);
+    std::size_t size;
+    try {
+        while (readRow(size) != nullptr) {
+        }
+    } catch (const std::bad_alloc&) {
+        malformed("a row that memory cannot hold");
+    }
+    if (m_answerFailed && m_state == State::Told) {
+        m_state = State::Lost;
+    }
+    m_failure = std::move(before);
+}
+
+[[gnu::noinline]] unsigned char* Link::readLast(unsigned char* packet, std::size_t size)
+{
+    if (packet == nullptr) {
+        noPacket();
+    } else if (size == 0) {
+        malformed("an empty packet where a row begins");
+    } else if (packet[0] == ErrorPacket) {
+        readError(packet, size);
+    } else if (size >= EndLimit) {
+        return packet;
+    } else {
+        readEnd(packet, size);
+    }
+    return nullptr;
+}
+
+// The three return 0, or -1 for an answer that failed.
+int Link::readOk(const unsigned char* packet, std::size_t size)
+{
+    Fields fields(packet + 1, size - 1);
+    m_changedRows = fields.number();
+    m_insertId = fields.number();
+    m_status = static_cast<unsigned>(fields.fixed(2));
+    m_answerCounts = true;
+    std::string_view changes;
+    if ((m_status & SERVER_SESSION_STATE_CHANGED) != 0) {
+        fields.fixed(2); // warnings
+        fields.text();   // information
+        changes = fields.text();
+    }
+    if (fields.broken() || !m_session.replied(m_status, changes)) {
+        return malformed("an OK that ends too early");
+    }
+    return 0;
+}
+
+int Link::readEnd(const unsigned char* packet, std::size_t size)
+{
+    Fields fields(packet + 1, size - 1);
+    fields.fixed(2); // warnings
+    m_status = static_cast<unsigned>(fields.fixed(2));
+    m_answerCounts = false;
+    if (fields.broken()) {
+        return malformed("an end of rows that ends too early");
+    }
+    m_session.replied(m_status);
+    return 0;
+}
+
+int Link::readError(const unsigned char* packet, std::size_t size)
+{
+    Fields fields(packet + 1, size - 1);
+    const auto number = static_cast<int>(fields.fixed(2));
+    std::string_view text = fields.text(fields.left());
+    constexpr std::size_t StateSize = 6; // # and five characters in front of the text
+    if (number == 0 || fields.broken()) {
+        return malformed("an error without a number");
+    }
+    if (text.starts_with('#') && text.size() >= StateSize) {
+        text.remove_prefix(StateSize);
+    }
+    m_status &= ~static_cast<unsigned>(SERVER_MORE_RESULTS_EXIST);
+    m_answerFailed = true;
+    m_answerCounts = false;
+    m_session.failed();
+    fail(number, std::string(text));
+    return -1;
+}
+
+// An answer does not come, or not in packets.
+int Link::noPacket()
+{
+    if (m_wire.fault() != nullptr) {
+        return malformed(m_wire.fault());
+    }
+    m_state = State::Told;
+    m_status = 0;
+    m_answerFailed = true;
+    fail(CR_SERVER_LOST, "Lost connection to server during query");
+    return -1;
+}
+
+int Link::malformed(const std::string& what)
+{
+    shutdown(m_wire.socket(), SHUT_RDWR);
+    m_state = State::Told;
+    m_status = 0;
+    m_answerFailed = true;
+    fail(CR_MALFORMED_PACKET, "Malformed packet: " + what);
+    return -1;
 }
 
 int Link::fail(int number, std::string text)
 {
-    failure = {number, std::move(text)};
+    m_failure = {number, std::move(text)};
     return 1;
 }
 
 void Link::ended(std::uint64_t rows)
 {
-    affectedRows = rows;
-    noteTransaction();
-    if (const std::uint64_t id = mysql_insert_id(mysql)) {
-        lastId = id;
+    m_affectedRows = rows;
+    if (m_insertId != 0) {
+        m_lastId = m_insertId;
     }
-    if ((mysql->server_status & SERVER_SESSION_STATE_CHANGED) != 0) {
-        sessionKnown = false;
-        sessionFresh = false;
-        if (mysql->db != nullptr) { // the Connector follows USE
-            database = mysql->db;
-        }
-    }
-}
-
-int Link::checkSession(std::string_view text)
-{
-    if (sessionKnown) {
-        return 0;
-    }
-    const std::vector<std::string> session = queryRow(
-        mysql, "SELECT @@SESSION.sql_mode, @@character_set_client, @@session_track_state_change",
-        NoTimeout);
-    if (session.empty()) {
-        return isLost() ? lost(text) : fail();
-    }
-    noteTransaction();
-    const auto refuse = [this](const std::string& reason) {
-        return fail(ER_WRONG_VALUE_FOR_VAR,
-                    "Escaped values are not safe on this connection any more: " + reason +
-                        "; the statement was not sent, open the connection again");
-    };
-    for (const std::string_view mode : UnsafeModes) {
-        if (session[0].find(mode) != std::string::npos) {
-            return refuse("the session's sql_mode has " + std::string(mode));
-        }
-    }
-    if (std::ranges::count(UnsafeCharacterSets, session[1]) > 0) {
-        return refuse("a character of the session's character set " + session[1] +
-                      " may hold a quote or a backslash");
-    }
-    if (session[2] != "1") {
-        return refuse("session_track_state_change was switched off");
-    }
-    sessionKnown = true;
-    return 0;
 }
 
 bool Link::ofParent() const
 {
-    return generation != currentGeneration;
+    return m_generation != currentGeneration;
 }
 
 void Link::detachSocket() const
 {
-    const int own = mysql_get_socket(mysql);
+    const int own = m_wire.socket();
+    if (own < 0) {
+        return;
+    }
     const int nowhere = ::open("/dev/null", O_RDWR | O_CLOEXEC);
     if (nowhere < 0) {
         close(own);
@@ -373,43 +564,30 @@ void* db_connect_unix(const char* database)
     static std::once_flag initialised;
     std::call_once(initialised, client::initialiseConnector);
 
-    auto link = std::make_unique<Link>(database, client::multipleStatementsPromised);
+    auto link = std::make_unique<Link>(database);
     if (link->open() != 0) {
-        client::failureWithoutLink() = link->failure;
+        client::failureWithoutLink() = link->failure();
         return nullptr;
     }
-    client::multipleStatementsPromised = false;
     return link.release();
 }
 
 void db_disconnect(void* handle)
 {
-    const std::unique_ptr<Link> link(static_cast<Link*>(handle));
-    if (!link) {
-        return;
-    }
-    if (link->ofParent()) {
-        link->detachSocket();
-    }
-    if (link->stream != nullptr) {
-        // The rest of the rows is not waited for.
-        shutdown(mysql_get_socket(link->mysql), SHUT_RDWR);
-        link->stream->linkCloses();
-    }
-    if (link->multipleStatements) {
-        client::multipleStatementsPromised = true;
-    }
+    delete static_cast<Link*>(handle);
 }
 
 int db_error_number(void* handle)
 {
-    return (handle != nullptr ? static_cast<Link*>(handle)->failure : client::failureWithoutLink())
+    return (handle != nullptr ? static_cast<Link*>(handle)->failure()
+                              : client::failureWithoutLink())
         .number;
 }
 
 const char* db_error_message(void* handle)
 {
-    return (handle != nullptr ? static_cast<Link*>(handle)->failure : client::failureWithoutLink())
+    return (handle != nullptr ? static_cast<Link*>(handle)->failure()
+                              : client::failureWithoutLink())
         .text.c_str();
 }
 

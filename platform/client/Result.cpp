@@ -5,87 +5,182 @@
 
 #include <algorithm>
 #include <limits>
+#include <vector>
 
 namespace client {
 
-Result::Result(MYSQL_RES* stored)
-    : link(nullptr), rows(stored), columns(static_cast<int>(mysql_num_fields(stored)))
-{}
-
-Result::Result(Link& pending)
-    : link(&pending), rows(nullptr), columns(static_cast<int>(mysql_field_count(pending.mysql)))
+Result::Result(Link& link, int columns)
+    : m_columns(columns), m_link(&link), m_rows(static_cast<std::size_t>(columns))
 {
-    pending.stream = this;
+    m_cells = m_few.data();
+    if (static_cast<std::size_t>(columns) > m_few.size()) {
+        m_many.reset(new Cell[static_cast<std::size_t>(columns)]);
+        m_cells = m_many.get();
+    }
+    link.stream(this);
 }
 
 Result::~Result()
 {
-    if (link != nullptr && link->ofParent()) {
-        link->detachSocket();
+    if (m_link == nullptr) {
+        return;
     }
-    if (link != nullptr && rows == nullptr) {
-        rows = mysql_use_result(link->mysql);
+    if (m_link->ofParent()) {
+        m_link->detachSocket();
     }
-    // Reads what is left of a stream.
-    mysql_free_result(rows);
+    m_link->dropRows();
     leaveLink();
 }
 
 int Result::rowCount()
 {
-    if (link != nullptr && rows == nullptr) {
-        transfer();
+    if (m_link != nullptr && !m_streaming) {
+        store();
     }
-    if (failed) {
-        return std::max(next, 1);
+    if (m_failed) {
+        return std::max(m_next, 1);
     }
-    const std::uint64_t count = mysql_num_rows(rows);
+    const auto count = m_streaming ? static_cast<std::uint64_t>(m_next) : m_storedCount;
     constexpr int Most = std::numeric_limits<int>::max();
     return count < Most ? static_cast<int>(count) : Most;
 }
 
-MYSQL_ROW Result::fetch(int index)
+int Result::store()
 {
-    if (index == next - 1 && row != nullptr) {
-        return row;
+    std::size_t size;
+    while (const unsigned char* packet = m_link->readRow(size)) {
+        if (!m_rows.append(packet, size)) {
+            m_link->malformed("a row is not as long as its values");
+            break;
+        }
+    }
+    if (m_link->answerFailed()) {
+        fail(m_link->failure().text);
+        return 1;
+    }
+    leaveLink();
+    m_storedCount = m_rows.count();
+    if (m_storedCount != 0) {
+        m_stored = m_rows.at(0);
+    }
+    return 0;
+}
+
+const char* Result::fetch(int index)
+{
+    if (index == m_next) [[likely]] {
+        return step();
+    }
+    if (index == m_next - 1 && m_row != nullptr) {
+        return m_row;
     }
     if (index < 0) {
         return nullptr;
     }
-    if (index != next) {
-        if (link != nullptr) {
-            while (next < index && step() != nullptr) {
-            }
-            if (next != index) {
-                return nullptr;
-            }
-        } else if (!failed) {
-            if (static_cast<std::uint64_t>(index) >= mysql_num_rows(rows)) {
-                return nullptr;
-            }
-            mysql_data_seek(rows, static_cast<unsigned long long>(index));
-            next = index;
+    if (m_link != nullptr) {
+        while (m_next < index && step() != nullptr) {
         }
+        if (m_next != index) {
+            return nullptr;
+        }
+    } else if (!m_failed && !m_streaming) {
+        if (static_cast<std::uint64_t>(index) >= m_storedCount) {
+            return nullptr;
+        }
+        m_stored = m_rows.at(static_cast<std::uint64_t>(index));
+        m_next = index;
     }
     return step();
 }
 
-unsigned long Result::length(int column)
+// The row after the current one becomes the current one.
+const char* Result::step()
 {
-    if (!hasColumn(column)) {
-        return 0;
+    if (static_cast<std::uint64_t>(m_next) < m_storedCount) [[likely]] {
+        const char* const row = m_stored;
+        m_stored = m_rows.read(row, m_cells);
+        return current(row);
     }
-    return lengths != nullptr ? lengths[column] : firstLength(column);
+    return stepStream();
 }
 
-// Apart, so that the ways of every other value are short.
-[[gnu::noinline]] unsigned long Result::firstLength(int column)
+const char* Result::stepStream()
 {
-    if (row == nullptr) {
-        return 0;
+    m_row = nullptr;
+    m_readable = 0;
+    if (m_failed) {
+        throwFailure();
     }
-    lengths = mysql_fetch_lengths(rows);
-    return lengths[column];
+    if (m_link == nullptr) {
+        return nullptr;
+    }
+    m_streaming = true;
+    std::size_t size;
+    unsigned char* const packet = m_link->readRow(size);
+    if (packet != nullptr) {
+        if (readStreamed(packet, size)) {
+            return current(reinterpret_cast<const char*>(packet));
+        }
+        m_link->malformed("a row is not as long as its values");
+    }
+    if (m_link->answerFailed()) {
+        fail(m_link->failure().text);
+        throwFailure();
+    }
+    leaveLink();
+    return nullptr;
+}
+
+inline const char* Result::current(const char* row)
+{
+    m_readable = static_cast<unsigned>(m_columns);
+    ++m_next;
+    return m_row = row;
+}
+
+// Where a value's length was, the value before it gets its NUL.
+bool Result::readStreamed(unsigned char* packet, std::size_t size)
+{
+    constexpr unsigned char Null = 0xfb;
+    unsigned char* at = packet;
+    unsigned char* const end = packet + size;
+    for (Cell* cell = m_cells; cell != m_cells + m_columns; ++cell) {
+        if (at >= end) {
+            return false;
+        }
+        unsigned char* const mark = at;
+        std::uint64_t length = *at++;
+        if (length == Null) {
+            *cell = {nullptr, 0};
+            *mark = 0;
+            continue;
+        }
+        if (length > Null) {
+            Fields fields(mark, static_cast<std::size_t>(end - mark));
+            length = fields.number();
+            at = end - fields.left();
+        }
+        if (length > static_cast<std::uint64_t>(end - at)) {
+            return false;
+        }
+        *mark = 0;
+        *cell = {reinterpret_cast<const char*>(at), length};
+        at += length;
+    }
+    *end = 0;
+    return at == end;
+}
+
+// Not inlined, so that the way of the current row stays short.
+[[gnu::noinline]] const char* Result::valueOfOther(const char* row, int column) const
+{
+    if (row == nullptr || m_streaming ||
+        static_cast<unsigned>(column) >= static_cast<unsigned>(m_columns)) {
+        return nullptr;
+    }
+    std::vector<Cell> cells(static_cast<std::size_t>(m_columns));
+    m_rows.read(row, cells.data());
+    return cells[static_cast<std::size_t>(column)].value;
 }
 
 void Result::linkCloses()
@@ -93,66 +188,30 @@ void Result::linkCloses()
     fail("the connection was closed while the rows were read");
 }
 
-void Result::transfer()
-{
-    rows = mysql_store_result(link->mysql);
-    if (rows == nullptr) {
-        link->fail();
-        fail(link->failure.text);
-        return;
-    }
-    link->ended(mysql_num_rows(rows));
-    link->stream = nullptr;
-    link = nullptr;
-}
-
-// The row behind the current one becomes the current one.
-MYSQL_ROW Result::step()
-{
-    if (link != nullptr && rows == nullptr) {
-        rows = mysql_use_result(link->mysql);
-    }
-    lengths = nullptr;
-    row = rows != nullptr ? mysql_fetch_row(rows) : nullptr;
-    if (row != nullptr) {
-        ++next;
-        return row;
-    }
-    if (link != nullptr) {
-        if (rows == nullptr || mysql_errno(link->mysql) != 0) {
-            link->fail();
-            fail(link->failure.text);
-        } else {
-            leaveLink();
-        }
-    }
-    if (failed) {
-        Kestro::Exception lost("db_result_fetch_row", 4);
-        lost.stringParameter(failure);
-        throw lost;
-    }
-    return nullptr;
-}
-
 void Result::leaveLink()
 {
-    if (link != nullptr) {
-        link->ended(static_cast<std::uint64_t>(next));
-        link->stream = nullptr;
-        link = nullptr;
+    if (!m_link->answerFailed()) {
+        m_link->ended(m_streaming ? static_cast<std::uint64_t>(m_next) : m_rows.count());
     }
+    m_link->stream(nullptr);
+    m_link = nullptr;
 }
 
 void Result::fail(const std::string& text)
 {
-    failed = true;
-    failure = text;
-    row = nullptr;
-    lengths = nullptr;
-    mysql_free_result(rows);
-    rows = nullptr;
-    link->stream = nullptr;
-    link = nullptr;
+    m_failed = true;
+    m_failure = text;
+    m_row = nullptr;
+    m_readable = 0;
+    m_link->stream(nullptr);
+    m_link = nullptr;
+}
+
+void Result::throwFailure() const
+{
+    Kestro::Exception lost("db_result_fetch_row", 4);
+    lost.stringParameter(m_failure);
+    throw lost;
 }
 
 } // namespace client
@@ -171,20 +230,20 @@ int db_result_row_num(void* /*handle*/, void* result)
 
 int db_result_fields_num(void* /*handle*/, void* result)
 {
-    return result != nullptr ? static_cast<Result*>(result)->columns : 0;
+    return result != nullptr ? static_cast<Result*>(result)->columns() : 0;
 }
 
 void* db_result_fetch_row(void* result, int index)
 {
-    return result != nullptr ? static_cast<Result*>(result)->fetch(index) : nullptr;
+    return result != nullptr ? const_cast<char*>(static_cast<Result*>(result)->fetch(index))
+                             : nullptr;
 }
 
 const char* db_result_get_value(void* /*handle*/, void* result, void* row, int column)
 {
-    if (result == nullptr || row == nullptr || !static_cast<Result*>(result)->hasColumn(column)) {
-        return nullptr;
-    }
-    return static_cast<MYSQL_ROW>(row)[column];
+    return result != nullptr
+               ? static_cast<Result*>(result)->value(static_cast<const char*>(row), column)
+               : nullptr;
 }
 
 unsigned long db_result_field_length(void* result, int column)

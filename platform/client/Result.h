@@ -1,47 +1,77 @@
 #pragma once
 
 #include "Link.h"
+#include "Rows.h"
+
+#include <array>
+#include <cstdint>
+#include <memory>
+#include <string>
 
 namespace client {
 
-/// What a result handle points at. Its rows are in one of three places: still on the link, with
-/// nothing decided (link set, rows null); streaming from the link (both set); in memory, or all
-/// gone by (link null).
-struct Result {
-    Link* link;
-    MYSQL_RES* rows;
-    int columns;
-    int next = 0;                           ///< index of the row behind the current one
-    MYSQL_ROW row = nullptr;                ///< the current row
-    const unsigned long* lengths = nullptr; ///< of the current row, once asked for
-    bool failed = false;                    ///< the rest of the rows is lost, as `failure` tells
-    std::string failure;
-
-    /// A result set that the Connector transferred.
-    explicit Result(MYSQL_RES* stored);
-    /// A result set whose rows stand on the link, to be transferred or streamed as it turns out.
-    explicit Result(Link& pending);
+/// What a result handle points at. Its rows stand on the link at first; the first thing asked
+/// decides whether they are stored or streamed.
+class Result {
+public:
+    /// A result set of this many columns, at least 1, whose rows stand on the link.
+    Result(Link& link, int columns);
     Result(const Result&) = delete;
     Result& operator=(const Result&) = delete;
+    /// Reads what is left of a stream.
     ~Result();
 
-    bool hasColumn(int column) const
-    {
-        return static_cast<unsigned>(column) < static_cast<unsigned>(columns);
-    }
+    int columns() const { return m_columns; }
+    /// The number of rows, which are stored for that unless they are being streamed: then it is the
+    /// number fetched so far. At least 1 if the rest is lost.
     int rowCount();
-    MYSQL_ROW fetch(int index);
-    unsigned long length(int column);
+    /// Stores the rows. Returns 0 or 1.
+    int store();
+    /// Makes the row at an index the current one. Null past the last one, and for a streamed row
+    /// that has gone by; throws if the rest is lost.
+    const char* fetch(int index);
+    /// A value of a row that was fetched.
+    const char* value(const char* row, int column)
+    {
+        if (row == m_row && static_cast<unsigned>(column) < m_readable) [[likely]] {
+            return m_cells[column].value;
+        }
+        return valueOfOther(row, column);
+    }
+    /// The length of a value of the current row, in bytes.
+    unsigned long length(int column) const
+    {
+        return static_cast<unsigned>(column) < m_readable ? m_cells[column].length : 0;
+    }
 
     /// The link is about to be closed: rows that are still on it are lost.
     void linkCloses();
 
 private:
-    unsigned long firstLength(int column);
-    void transfer();
-    MYSQL_ROW step();
+    const char* step();
+    const char* stepStream();
+    const char* current(const char* row);
+    const char* valueOfOther(const char* row, int column) const;
+    bool readStreamed(unsigned char* packet, std::size_t size);
     void leaveLink();
     void fail(const std::string& text);
+    [[noreturn]] void throwFailure() const;
+
+    // The row fetched last: null, and no readable columns, if there is none.
+    const char* m_row = nullptr;
+    Cell* m_cells;
+    unsigned m_readable = 0;
+    int m_next = 0;                  // index of the row after it
+    const char* m_stored = nullptr;  // that row, if it is stored
+    std::uint64_t m_storedCount = 0; // of rows, once all are stored
+    int m_columns;
+    Link* m_link; // null once no row stands on it
+    bool m_streaming = false;
+    bool m_failed = false; // the rest of the rows is lost, as m_failure says
+    Rows m_rows;
+    std::array<Cell, 8> m_few; // the cells of most results
+    std::unique_ptr<Cell[]> m_many;
+    std::string m_failure;
 };
 
 } // namespace client

@@ -5,76 +5,59 @@
 #include <db_client.h>
 
 #include <memory>
-#include <mysql.h>
-#include <string>
 #include <string_view>
 
 namespace client {
 
 namespace {
 
-enum class Rows { Transfer, DecideLate };
+enum class Reading { Store, DecideLate };
 
 // Reads the rows of the current result set and forgets them.
 int discardRows(Link& link)
 {
-    MYSQL_RES* rows = mysql_use_result(link.mysql);
     std::uint64_t count = 0;
-    while (rows != nullptr && mysql_fetch_row(rows) != nullptr) {
+    std::size_t size;
+    while (link.readRow(size) != nullptr) {
         ++count;
     }
-    mysql_free_result(rows);
-    if (mysql_errno(link.mysql) != 0) {
-        return link.fail();
+    if (link.answerFailed()) {
+        return 1;
     }
     link.ended(count);
     return 0;
 }
 
-int storeRows(Link& link, std::unique_ptr<Result>& result)
-{
-    MYSQL_RES* rows = mysql_store_result(link.mysql);
-    if (rows == nullptr) {
-        return link.fail();
-    }
-    result = std::make_unique<Result>(rows);
-    link.ended(mysql_num_rows(rows));
-    return 0;
-}
-
 // Reads what every statement of the text that was sent answers. The first result set goes to
 // `result` if there is one to fill.
-int readAnswers(Link& link, std::unique_ptr<Result>* result, Rows rows)
+int readAnswers(Link& link, std::unique_ptr<Result>* result, Reading reading)
 {
-    if (mysql_read_query_result(link.mysql) != 0) {
-        return link.fail();
-    }
-    for (;;) {
-        const bool more = mysql_more_results(link.mysql) != 0;
-        if (mysql_field_count(link.mysql) == 0) {
-            link.ended(mysql_affected_rows(link.mysql));
+    do {
+        const int columns = link.readHead();
+        if (columns < 0) {
+            return 1;
+        }
+        if (columns == 0) {
+            link.ended(link.changedRows());
         } else if (result == nullptr || *result != nullptr) {
             if (const int failed = discardRows(link)) {
                 return failed;
             }
-        } else if (rows == Rows::DecideLate && !more) {
-            *result = std::make_unique<Result>(link);
-            return 0;
-        } else if (const int failed = storeRows(link, *result)) {
-            return failed;
+        } else {
+            const bool more = link.moreAnswers();
+            *result = std::make_unique<Result>(link, columns);
+            if (reading == Reading::DecideLate && !more) {
+                return 0;
+            }
+            if (const int failed = (*result)->store()) {
+                return failed;
+            }
         }
-        // Only while more is promised: asked once too often, the Connector forgets the number of
-        // affected rows.
-        if (mysql_more_results(link.mysql) == 0) {
-            return 0;
-        }
-        if (mysql_next_result(link.mysql) > 0) {
-            return link.fail();
-        }
-    }
+    } while (link.moreAnswers());
+    return 0;
 }
 
-int query(void* handle, std::string_view text, void** result, Rows rows)
+int query(void* handle, std::string_view text, void** result, Reading reading)
 {
     if (result != nullptr) {
         *result = nullptr;
@@ -84,16 +67,14 @@ int query(void* handle, std::string_view text, void** result, Rows rows)
     }
     Link& link = *static_cast<Link*>(handle);
     if (isBlank(text)) {
-        link.affectedRows = 0;
+        link.noRowsAffected();
         return 0;
     }
     if (const int failed = link.send(text)) {
         return failed;
     }
-    link.sessionFresh = link.sessionFresh && !leavesUnseen(text);
     std::unique_ptr<Result> first;
-    if (const int failed = readAnswers(link, result != nullptr ? &first : nullptr, rows)) {
-        link.sessionFresh = link.sessionFresh && leavesNothingIfRefused(text);
+    if (const int failed = readAnswers(link, result != nullptr ? &first : nullptr, reading)) {
         return failed;
     }
     if (result != nullptr) {
@@ -110,20 +91,20 @@ using client::Link;
 
 int db_query(void* handle, const char* text, void** result)
 {
-    return client::query(handle, text, result, client::Rows::Transfer);
+    return client::query(handle, text, result, client::Reading::Store);
 }
 
 int db_use_query(void* handle, const char* text, void** result)
 {
-    return client::query(handle, text, result, client::Rows::DecideLate);
+    return client::query(handle, text, result, client::Reading::DecideLate);
 }
 
 std::uint64_t db_affected_rows(void* handle)
 {
-    return handle != nullptr ? static_cast<Link*>(handle)->affectedRows : 0;
+    return handle != nullptr ? static_cast<Link*>(handle)->affectedRows() : 0;
 }
 
 std::uint64_t db_lastid(void* handle)
 {
-    return handle != nullptr ? static_cast<Link*>(handle)->lastId : 0;
+    return handle != nullptr ? static_cast<Link*>(handle)->lastId() : 0;
 }

@@ -1,9 +1,10 @@
 #include "Text.h"
 
+#include "Functions.h"
+
 #include <algorithm>
 #include <array>
-#include <cctype>
-#include <iterator>
+#include <climits>
 
 namespace client {
 
@@ -11,17 +12,35 @@ namespace {
 
 constexpr std::string_view Blanks = " \t\n\v\f\r;";
 
+constexpr auto WordCharacters = [] {
+    std::array<bool, UCHAR_MAX + 1> table{};
+    for (int c = 0; c <= UCHAR_MAX; ++c) {
+        table[static_cast<std::size_t>(c)] = (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') ||
+                                             (c >= 'a' && c <= 'z') || c == '_' || c == '$' ||
+                                             c >= 0x80;
+    }
+    return table;
+}();
+
 bool isWordCharacter(char c)
 {
-    return std::isalnum(static_cast<unsigned char>(c)) != 0 || c == '_' || c == '$' || (c & 0x80);
+    return WordCharacters[static_cast<unsigned char>(c)];
+}
+
+char capital(char c)
+{
+    return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c;
 }
 
 // Word is in capitals.
 bool equals(std::string_view text, std::string_view word)
 {
-    return std::ranges::equal(text, word, {}, [](char c) {
-        return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c;
-    });
+    return std::ranges::equal(text, word, {}, capital);
+}
+
+bool capitalsStartWith(std::string_view text, std::string_view word)
+{
+    return text.size() >= word.size() && equals(text.substr(0, word.size()), word);
 }
 
 bool isOneOf(std::string_view text, const auto& words)
@@ -29,33 +48,68 @@ bool isOneOf(std::string_view text, const auto& words)
     return std::ranges::any_of(words, [&](std::string_view word) { return equals(text, word); });
 }
 
-// The words of a text, and the other characters one by one; literals, quoted names, comments and
-// blanks are left out, comments that the server executes are not.
+// One INSERT, REPLACE, UPDATE, DELETE or SELECT, without a function and a variable: what nearly
+// every text is, so it is not taken apart.
+bool isPlainQuery(std::string_view text)
+{
+    static constexpr std::array<std::string_view, 5> Kinds = {"SELECT", "INSERT", "UPDATE",
+                                                              "DELETE", "REPLACE"};
+    const std::size_t size =
+        text.size() > 6 && !isWordCharacter(text[6]) ? 6 : 7; // of the first word
+    return text.size() > size && !isWordCharacter(text[size]) &&
+           isOneOf(text.substr(0, size), Kinds) && text.find('(') == std::string_view::npos &&
+           text.find('@') == std::string_view::npos &&
+           text.find(';') >= text.find_last_not_of(Blanks);
+}
+
+// A word, a quoted name without its quotation marks, or one other character.
+struct Token {
+    enum Kind { End, Name, Versioned, Other } kind = End;
+    std::string_view text;
+    bool quoted = false;
+
+    bool is(std::string_view word) const { return kind != End && !quoted && equals(text, word); }
+    bool isOneOf(const auto& words) const
+    {
+        return kind == Name && !quoted && client::isOneOf(text, words);
+    }
+};
+
+// Takes a text apart. Literals, comments and blanks are left out; a comment that servers of some
+// versions execute is a token.
 class Tokens {
 public:
     explicit Tokens(std::string_view text) : m_rest(text) {}
 
-    // Empty at the end.
-    std::string_view next()
+    Token next()
     {
         while (!m_rest.empty()) {
             const char c = m_rest.front();
-            if (c == '"' || c == '\'' || c == '`') {
-                skipQuoted(c);
+            if (isWordCharacter(c)) {
+                const auto* const end = std::ranges::find_if_not(m_rest, isWordCharacter);
+                return {Token::Name, take(static_cast<std::size_t>(end - m_rest.data()))};
+            }
+            if (c == '`') {
+                const std::size_t end = m_rest.find('`', 1);
+                const std::string_view name = m_rest.substr(1, end - 1);
+                m_rest.remove_prefix(std::min(name.size() + 2, m_rest.size()));
+                return {Token::Name, name, true};
+            }
+            if (c == '"' || c == '\'') {
+                skipLiteral(c);
             } else if (c == '#' ||
-                       (m_rest.starts_with("--") && (m_rest.size() == 2 || m_rest[2] <= ' '))) {
+                       (m_rest.starts_with("--") &&
+                        (m_rest.size() == 2 || static_cast<unsigned char>(m_rest[2]) <= ' '))) {
                 skipThrough("\n");
             } else if (m_rest.starts_with("/*!") || m_rest.starts_with("/*M!")) {
-                m_rest.remove_prefix(2);
+                return {Token::Versioned, take(2)};
             } else if (m_rest.starts_with("/*")) {
+                m_rest.remove_prefix(2);
                 skipThrough("*/");
-            } else if (isWordCharacter(c)) {
-                const auto* const end = std::ranges::find_if_not(m_rest, isWordCharacter);
-                return take(static_cast<std::size_t>(end - m_rest.data()));
-            } else if (std::isspace(static_cast<unsigned char>(c)) != 0) {
+            } else if (c == ' ' || (c >= '\t' && c <= '\r')) {
                 m_rest.remove_prefix(1);
             } else {
-                return take(1);
+                return {Token::Other, take(1)};
             }
         }
         return {};
@@ -73,52 +127,72 @@ private:
         const std::size_t found = m_rest.find(end);
         m_rest.remove_prefix(found != std::string_view::npos ? found + end.size() : m_rest.size());
     }
-    void skipQuoted(char quote)
+    // A doubled quotation mark ends one literal and begins another: the same to us.
+    void skipLiteral(char quote)
     {
-        std::size_t i = 1;
-        while (i < m_rest.size() && m_rest[i] != quote) {
-            if (m_rest[i] == '\\' && quote != '`') {
-                ++i;
+        for (std::size_t from = 1;;) {
+            const std::size_t end = m_rest.find(quote, from);
+            if (end == std::string_view::npos) {
+                m_rest = {};
+                return;
             }
-            ++i;
+            const std::size_t before = m_rest.find_last_not_of('\\', end - 1);
+            if ((end - before) % 2 == 1) { // none or pairs of backslashes
+                m_rest.remove_prefix(end + 1);
+                return;
+            }
+            from = end + 1;
         }
-        m_rest.remove_prefix(std::min(i + 1, m_rest.size()));
     }
 
     std::string_view m_rest;
 };
 
-bool names(std::string_view text, const auto& words)
+// Whether a name that stands in front of "(" cannot be a stored function's: `before` is the token
+// in front of the name.
+bool isKnownCall(const Token& before, const Token& name, bool qualified)
 {
-    Tokens tokens(text);
-    for (std::string_view token = tokens.next(); !token.empty(); token = tokens.next()) {
-        if (isOneOf(token, words)) {
-            return true;
-        }
-    }
-    return false;
+    static constexpr std::array<std::string_view, 5> IntoTable = {"INTO", "TABLE", "INSERT",
+                                                                  "REPLACE", "IGNORE"};
+    return before.isOneOf(IntoTable) || (!qualified && isBuiltIn(name.text));
 }
 
-// One INSERT, REPLACE, UPDATE, DELETE or SELECT, without a variable and without GET_LOCK: what
-// nearly every text is, so it is not taken apart.
-bool isPlainQuery(std::string_view text)
+// What a statement may leave as its first words tell; `tokens` is after the first one.
+Leaves leavesByKind(const Token& first, Tokens tokens)
 {
-    static constexpr std::array<std::string_view, 5> Kinds = {"SELECT", "INSERT", "UPDATE",
-                                                              "DELETE", "REPLACE"};
-    const bool kind = std::ranges::any_of(Kinds, [&](std::string_view word) {
-        return text.size() > word.size() && equals(text.substr(0, word.size()), word) &&
-               !isWordCharacter(text[word.size()]);
-    });
-    if (!kind || text.find('@') != std::string_view::npos ||
-        text.find(';') < text.find_last_not_of(Blanks)) {
-        return false;
+    static constexpr std::array<std::string_view, 31> Ordinary = {
+        "SELECT",   "INSERT",    "UPDATE",  "DELETE",   "REPLACE", "SHOW",     "LOAD",     "WITH",
+        "VALUES",   "DO",        "CREATE",  "ALTER",    "DROP",    "RENAME",   "TRUNCATE", "DESC",
+        "DESCRIBE", "EXPLAIN",   "ANALYZE", "OPTIMIZE", "CHECK",   "CHECKSUM", "REPAIR",   "COMMIT",
+        "ROLLBACK", "SAVEPOINT", "RELEASE", "GRANT",    "REVOKE",  "KILL",     "UNLOCK"};
+    static constexpr std::array<std::string_view, 5> Leaving = {"SET", "USE", "PREPARE",
+                                                                "DEALLOCATE", "LOCK"};
+    Token second = tokens.next();
+    if (first.is("BEGIN") || first.is("START")) { // not of a compound statement, or a replica
+        const bool transaction =
+            second.is(first.is("BEGIN") ? "WORK" : "TRANSACTION") ||
+            (first.is("BEGIN") && (second.kind == Token::End || second.is(";")));
+        return transaction ? Leaves::Nothing : Leaves::Unknown;
     }
-    for (std::size_t i = text.find('_'); i < text.size() - 1; i = text.find('_', i + 1)) {
-        if (text[i + 1] == 'L' || text[i + 1] == 'l') {
-            return false;
+    if (first.is("CREATE") || first.is("DROP")) {
+        if (second.is("OR")) {
+            tokens.next();
+            second = tokens.next();
+        }
+        if (second.is("TEMPORARY")) {
+            return first.is("DROP") ? Leaves::Less : Leaves::Something;
         }
     }
-    return true;
+    if (first.isOneOf(Leaving)) {
+        return first.is("SET") && second.is("STATEMENT") ? Leaves::Unknown : Leaves::Something;
+    }
+    return first.isOneOf(Ordinary) ? Leaves::Nothing : Leaves::Unknown;
+}
+
+// Of both together: something of one statement can hide what another one does.
+Leaves together(Leaves all, Leaves one)
+{
+    return all == Leaves::Nothing ? one : one == Leaves::Nothing ? all : Leaves::Unknown;
 }
 
 } // namespace
@@ -128,46 +202,75 @@ bool isBlank(std::string_view text)
     return text.find_first_not_of(Blanks) == std::string_view::npos;
 }
 
-bool leavesUnseen(std::string_view text)
+Leaves leaves(std::string_view text)
 {
+    static constexpr std::string_view Reports = "SESSION_TRACK";
+    static constexpr std::array<std::string_view, 6> Definitions = {"CREATE",   "ALTER", "DROP",
+                                                                    "TRUNCATE", "GRANT", "REVOKE"};
+    static constexpr std::array<std::string_view, 3> Evaluating = {"SELECT", "VALUES", "VALUE"};
     if (isPlainQuery(text)) {
-        return false;
+        return Leaves::Nothing;
     }
-    static constexpr std::array<std::string_view, 5> Words = {"@", "LOCK", "GET_LOCK", "EXPORT",
-                                                              "EXECUTE"};
+    Leaves all = Leaves::Nothing;
     Tokens tokens(text);
-    std::string_view before;
-    for (std::string_view token = tokens.next(); !token.empty(); token = tokens.next()) {
-        if (isOneOf(token, Words) || (equals(before, "SET") && equals(token, "TRANSACTION"))) {
+    Token before; // in front of the name that `last` may be, qualified or not
+    Token last;
+    bool qualified = false;
+    bool begins = true;    // a statement
+    bool evaluates = true; // functions are called; a definition names them
+    for (Token token = tokens.next(); token.kind != Token::End; token = tokens.next()) {
+        if (token.kind == Token::Versioned) {
+            return Leaves::Unknown;
+        }
+        if (token.kind == Token::Name) {
+            if (begins) {
+                all = together(all, leavesByKind(token, tokens));
+                evaluates = !token.isOneOf(Definitions);
+            } else if (capitalsStartWith(token.text, Reports)) {
+                return Leaves::Unknown;
+            }
+            evaluates = evaluates || token.isOneOf(Evaluating);
+            qualified = last.is(".");
+            if (!qualified) {
+                before = last;
+            }
+        } else if (token.is("(") && last.kind == Token::Name && evaluates) {
+            if (!isKnownCall(before, last, qualified)) {
+                return Leaves::Unknown;
+            }
+        } else if (token.is("@")) {
+            // A variable of the system begins with two; reading one leaves nothing.
+            Tokens ahead = tokens;
+            if (ahead.next().is("@")) {
+                tokens = ahead;
+            } else if (all == Leaves::Nothing) {
+                return Leaves::Unknown;
+            }
+        }
+        if (all == Leaves::Unknown) {
+            break;
+        }
+        begins = token.is(";") || (begins && token.is("("));
+        last = token;
+    }
+    return all;
+}
+
+bool asksAboutEarlier(std::string_view text)
+{
+    static constexpr std::array<std::string_view, 11> Words = {
+        "LAST_INSERT_ID", "IDENTITY", "INSERT_ID", "LASTVAL",     "PREVIOUS",     "ROW_COUNT",
+        "FOUND_ROWS",     "ERRORS",   "WARNINGS",  "ERROR_COUNT", "WARNING_COUNT"};
+    if (leaves(text) == Leaves::Unknown) {
+        return true;
+    }
+    Tokens tokens(text);
+    for (Token token = tokens.next(); token.kind != Token::End; token = tokens.next()) {
+        if (token.kind == Token::Name && isOneOf(token.text, Words)) {
             return true;
         }
-        before = token;
     }
     return false;
-}
-
-bool leavesNothingIfRefused(std::string_view text)
-{
-    static constexpr std::array<std::string_view, 15> Ordinary = {
-        "SELECT", "INSERT", "REPLACE",  "UPDATE", "DELETE", "LOAD",     "WITH",   "CREATE",
-        "DROP",   "ALTER",  "TRUNCATE", "SHOW",   "DESC",   "DESCRIBE", "EXPLAIN"};
-    Tokens tokens(text);
-    if (!isOneOf(tokens.next(), Ordinary)) {
-        return false;
-    }
-    std::string_view token = tokens.next();
-    while (!token.empty() && token != ";") {
-        token = tokens.next();
-    }
-    return tokens.next().empty();
-}
-
-bool asksAboutTheLast(std::string_view text)
-{
-    static constexpr std::array<std::string_view, 8> Words = {
-        "@",          "LAST_INSERT_ID", "LASTVAL",  "ROW_COUNT",
-        "FOUND_ROWS", "ERRORS",         "WARNINGS", "DIAGNOSTICS"};
-    return names(text, Words);
 }
 
 } // namespace client

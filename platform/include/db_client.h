@@ -36,9 +36,6 @@ KESTRO_API void* db_connect_unix(const char* database);
 /// Closes the link and frees the handle. In a child process after fork it leaves the parent's link
 /// alone. A result that is still being streamed ends here, without waiting for its other rows: its
 /// next fetch throws.
-///
-/// If several statements per query were allowed on the link, the next link that the same thread
-/// opens allows them too, so that a connection that reopens itself keeps what it was promised.
 KESTRO_API void db_disconnect(void* handle);
 
 /// Number and text of the last failure on the link, 0 and "" before the first; a success does not
@@ -54,7 +51,9 @@ KESTRO_API const char* db_error_message(void* handle);
 KESTRO_API unsigned long db_escape_string(void* handle, char* target, const char* source,
                                           unsigned long length);
 
-/// Lets one text carry several statements. Returns 0, or another value on failure.
+/// Lets one text carry several statements, on this handle alone and for as long as it lives: when
+/// its link is lost, the link that takes its place allows them too. Returns 0, or another value on
+/// failure.
 KESTRO_API int db_enable_multiple_statements_per_query(void* handle);
 
 /// Runs a NUL-terminated text. Returns 0, or another value on failure; db_error_number and

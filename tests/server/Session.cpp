@@ -1,5 +1,6 @@
 #include "ServerTest.h"
 
+#include <KestroDatabase>
 #include <cstdlib>
 #include <sys/wait.h>
 #include <thread>
@@ -95,22 +96,40 @@ TEST_F(Session, FailedConnectsTellTheirReasonToTheirThread)
     setenv("MYSQL_UNIX_PORT", real.c_str(), 1);
 }
 
-TEST_F(Session, SeveralStatementsStayAllowedOnTheThreadsNextLink)
+// Of each connection that asked for them, however it is opened again, and of no other.
+TEST_F(Session, SeveralStatementsAreAllowedWhereTheyWereAskedFor)
 {
-    const std::string two = "DO 1; DO 2";
-    EXPECT_EQ(refusal(two), 1064);
-    EXPECT_EQ(db_enable_multiple_statements_per_query(link.get()), 0);
-    run(two);
-    link.reset();
-    EXPECT_EQ(db_connect_unix("none"), nullptr);
-    const auto refusedOnANewLink = [&] {
-        const Handle other(db_connect_unix(""), db_disconnect);
-        EXPECT_NE(db_query(other.get(), two.c_str(), nullptr), 0);
+    using namespace Kestro::Database;
+    const auto carriesTwo = [](Connection& connection) {
+        return failureOf([&] {
+                   Query two(connection);
+                   two << "DO 1; DO 2";
+                   two.execute();
+               })
+            .empty();
     };
-    std::thread(refusedOnANewLink).join();
-    reopen();
-    run(two);
-    refusedOnANewLink();
+    {
+        Connection asked("mysql");
+        EXPECT_FALSE(carriesTwo(asked));
+        EXPECT_EQ(asked.enableMultipleStatementsPerQuery(), 0);
+        EXPECT_TRUE(carriesTwo(asked));
+        asked.dbSelect(database);
+        EXPECT_TRUE(carriesTwo(asked));
+        EXPECT_FALSE(asked.dbSelectIfExists("none"));
+        EXPECT_TRUE(carriesTwo(asked));
+    }
+    Connection other(database);
+    EXPECT_FALSE(carriesTwo(other));
+    other.disconnect();
+    EXPECT_NE(other.enableMultipleStatementsPerQuery(), 0);
+    other.connect();
+    EXPECT_TRUE(carriesTwo(other));
+
+    ConnectionPool pool(database, "", "", Connection::defaultAddress(), 2);
+    RefConnection lent = ConnectionPool::Lock(pool.getConnection(false)).ref();
+    lent->connection().enableMultipleStatementsPerQuery();
+    EXPECT_TRUE(carriesTwo(pool.reset(lent)->connection()));
+    EXPECT_FALSE(carriesTwo(pool.getConnection(false).connection()));
 }
 
 TEST_F(Session, AChildLeavesTheParentsLinks)

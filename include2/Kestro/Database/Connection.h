@@ -75,11 +75,9 @@ public:
     /// interrupts fails with 2013: it may have run, and is never sent again.
     std::int32_t state() const { return m_state; }
 
-    /// Lets one query text carry several statements. Returns 0, or another value on failure.
-    ///
-    /// It lasts when the connection reopens itself on the same thread: the next link that a thread
-    /// opens after closing such a one inherits it. So does another Connection that the thread opens
-    /// after destroying this one; that one may carry several statements too.
+    /// Lets one query text carry several statements, from now on for as long as this object lives,
+    /// however often it is opened again. Returns 0, or another value on failure: while disconnected
+    /// it takes effect when the connection is opened.
     int enableMultipleStatementsPerQuery();
 
     /// Number and text of the last failure on the link, 0 and "" if there was none; a success does
@@ -110,6 +108,7 @@ public:
 
 private:
     friend class Query;
+    friend class ConnectionPool;
 
     void* m_handle = nullptr;
     std::string m_database;
@@ -117,6 +116,7 @@ private:
     std::string m_param3;
     SocketAddress m_address;
     std::int32_t m_state = Disconnected;
+    bool m_multipleStatements = false; // to be allowed on every link
 };
 
 } // namespace Kestro::Database

@@ -122,7 +122,8 @@ public:
 
     /// Replaces the pool's connection of the same id by a new one, with a new id and last in order,
     /// and returns it, on loan to the caller, who makes a Lock of it. The old connection is closed
-    /// when its last handle goes; the argument stays as it is. Returns an empty handle, and changes
+    /// when its last handle goes; the argument stays as it is. The new one may carry several
+    /// statements per query if the old one might. Returns an empty handle, and changes
     /// nothing, if the pool has no connection of that id.
     ///
     /// Throws Exception("operator->", 1) if the handle is empty and the pool is not. If no new

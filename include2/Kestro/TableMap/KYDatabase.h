@@ -56,7 +56,6 @@ private:
     mutable Mutex m_mutex;
     std::string m_errorMessage;
     std::int32_t m_errorNumber = 0;
-    bool m_multipleStatements = false; // to be allowed again on a link that is reopened
 };
 
 } // namespace Kestro

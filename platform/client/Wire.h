@@ -1,0 +1,140 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <string_view>
+
+namespace client {
+
+/// The client's half of the server's protocol, on a socket that is logged in: commands are sent
+/// from where their text lies, and packets are looked at in place in a buffer that large reads
+/// fill.
+///
+/// Interrupted system calls are continued. No call raises SIGPIPE.
+class Wire {
+public:
+    /// Takes a socket, which stays its owner's; what was read from an earlier one is dropped.
+    void attach(int socket);
+    int socket() const { return m_socket; }
+
+    /// Sends a command: its number, then the text. Answers that were not read are dropped. Returns
+    /// false if the connection is lost; the server then has no more than a part of the command,
+    /// and does not run it.
+    bool send(unsigned char command, std::string_view text);
+    /// Sends an empty packet in answer to the packet received last; false if the connection is
+    /// lost.
+    bool sendEmpty();
+
+    /// The next packet, or null on failure, see fault(). The packet and the byte after it may be
+    /// written to; both live until the next call.
+    unsigned char* receive(std::size_t& size)
+    {
+        m_buffer.get()[m_begin] = m_covered;
+        std::uint32_t head; // length and number
+        if (m_end - m_begin >= HeadSize) {
+            std::memcpy(&head, m_buffer.get() + m_begin, sizeof head);
+            size = head & LongPacket;
+            const std::size_t whole = HeadSize + size;
+            if (m_end - m_begin >= whole && size != LongPacket && head >> 24 == m_number) {
+                return take(size);
+            }
+        }
+        return receiveSlowly(size);
+    }
+
+    /// Why receive() failed: what is wrong with what was received, or null if the connection is
+    /// lost or the time is up.
+    const char* fault() const { return m_fault; }
+
+    /// Limits the time until receive() fails, in milliseconds from now for all packets together;
+    /// negative for no limit, as at first.
+    void limitTime(int milliseconds);
+
+private:
+    static constexpr std::size_t HeadSize = 4; // three bytes of length, one of number
+    static constexpr std::size_t LongPacket =
+        0xffffff; // this length says that another part follows
+
+    unsigned char* take(std::size_t size)
+    {
+        unsigned char* const packet = m_buffer.get() + m_begin + HeadSize;
+        m_begin += HeadSize + size;
+        m_covered = packet[size];
+        ++m_number;
+        return packet;
+    }
+    unsigned char* receiveSlowly(std::size_t& size);
+    bool fill(std::size_t size);
+    void makeRoom();
+    bool awaitInput() const;
+    bool sendBoth(std::string_view head, std::string_view text) const;
+
+    struct Free {
+        void operator()(void* memory) const { std::free(memory); }
+    };
+
+    int m_socket = -1;
+    // Holds one byte more than its capacity, for the write after the last packet.
+    std::unique_ptr<unsigned char[], Free> m_buffer;
+    std::size_t m_capacity = 0;
+    std::size_t m_begin = 0; // of what was received and not yet taken
+    std::size_t m_end = 0;
+    unsigned char m_covered = 0; // the byte at m_begin, which its packet's reader may overwrite
+    unsigned char m_number = 0;  // of the next packet
+    const char* m_fault = nullptr;
+    std::int64_t m_deadline = -1; // of the steady clock, in milliseconds
+};
+
+/// Takes fields off the front of a packet. Past the end every field is 0 or empty, and broken() is
+/// true.
+class Fields {
+public:
+    Fields(const void* data, std::size_t size)
+        : m_at(static_cast<const unsigned char*>(data)), m_end(m_at + size)
+    {}
+    std::size_t left() const { return static_cast<std::size_t>(m_end - m_at); }
+    bool broken() const { return m_broken; }
+
+    /// A number of this many bytes, 8 at most.
+    std::uint64_t fixed(std::size_t bytes)
+    {
+        std::uint64_t value = 0;
+        if (bytes > left()) {
+            m_broken = true;
+            m_at = m_end;
+            return 0;
+        }
+        std::memcpy(&value, m_at, bytes);
+        m_at += bytes;
+        return value;
+    }
+    /// A number whose first byte is itself, or says how many bytes it has.
+    std::uint64_t number()
+    {
+        const std::uint64_t first = fixed(1);
+        return first < 0xfb ? first : fixed(first == 0xfc ? 2 : first == 0xfd ? 3 : 8);
+    }
+    std::string_view text(std::uint64_t size)
+    {
+        if (size > left()) {
+            m_broken = true;
+            size = left();
+        }
+        const std::string_view found(reinterpret_cast<const char*>(m_at),
+                                     static_cast<std::size_t>(size));
+        m_at += size;
+        return found;
+    }
+    /// A text after its length.
+    std::string_view text() { return text(number()); }
+
+private:
+    const unsigned char* m_at;
+    const unsigned char* m_end;
+    bool m_broken = false;
+};
+
+} // namespace client
