@@ -385,18 +385,18 @@ int Link::readDescriptions(const unsigned char* packet, std::size_t size)
     if (fields.broken() || columns == 0 || columns > MostColumns) {
         return malformed("a result set of an impossible number of columns");
     }
-    for (std::uint64_t i = 0; i <= columns; ++i) {
+    std::uint64_t read = 0;
+    do {
         packet = m_wire.receive(size);
-        if (packet == nullptr) {
-            return noPacket();
-        }
-        if (size != 0 && packet[0] == ErrorPacket) {
-            return readError(packet, size);
-        }
-        const bool end = size != 0 && packet[0] == EndPacket && size < EndLimit;
-        if (end != (i == columns)) {
-            return malformed("not as many columns as announced");
-        }
+    } while (packet != nullptr && size != 0 && packet[0] < EndPacket && read++ != columns);
+    if (packet == nullptr) {
+        return noPacket();
+    }
+    if (size != 0 && packet[0] == ErrorPacket) {
+        return readError(packet, size);
+    }
+    if (size == 0 || packet[0] != EndPacket || read != columns) {
+        return malformed("not as many columns as announced");
     }
     return readEnd(packet, size) == 0 ? static_cast<int>(columns) : -1;
 }

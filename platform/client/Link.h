@@ -47,7 +47,7 @@ public:
     /// statement without a result set, -1 if it failed.
     int readHead();
     /// The next row of the result set, as the server sends it, or null after the last one and after
-    /// a failure. The row and the byte after it may be written to, until the next call.
+    /// a failure. As for Wire::receive(), it may be written to.
     unsigned char* readRow(std::size_t& size)
     {
         unsigned char* const packet = m_wire.receive(size);

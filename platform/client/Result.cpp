@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <limits>
+#include <utility>
 #include <vector>
 
 namespace client {
@@ -20,6 +21,14 @@ Result::Result(Link& link, int columns)
     link.stream(this);
 }
 
+// Gives the byte after the streamed row back: the next packet may begin with it.
+inline void Result::uncover()
+{
+    if (m_rowEnd != nullptr) {
+        *m_rowEnd = m_covered;
+    }
+}
+
 Result::~Result()
 {
     if (m_link == nullptr) {
@@ -28,6 +37,7 @@ Result::~Result()
     if (m_link->ofParent()) {
         m_link->detachSocket();
     }
+    uncover();
     m_link->dropRows();
     leaveLink();
 }
@@ -47,15 +57,16 @@ int Result::rowCount()
 
 int Result::store()
 {
+    Link& link = *m_link;
     std::size_t size;
-    while (const unsigned char* packet = m_link->readRow(size)) {
+    while (const unsigned char* packet = link.readRow(size)) {
         if (!m_rows.append(packet, size)) {
-            m_link->malformed("a row is not as long as its values");
+            link.malformed("a row is not as long as its values");
             break;
         }
     }
-    if (m_link->answerFailed()) {
-        fail(m_link->failure().text);
+    if (link.answerFailed()) {
+        fail(link.failure().text);
         return 1;
     }
     leaveLink();
@@ -115,6 +126,7 @@ const char* Result::stepStream()
         return nullptr;
     }
     m_streaming = true;
+    uncover();
     std::size_t size;
     unsigned char* const packet = m_link->readRow(size);
     if (packet != nullptr) {
@@ -167,7 +179,8 @@ bool Result::readStreamed(unsigned char* packet, std::size_t size)
         *cell = {reinterpret_cast<const char*>(at), length};
         at += length;
     }
-    *end = 0;
+    m_rowEnd = end;
+    m_covered = std::exchange(*end, 0);
     return at == end;
 }
 

@@ -53,6 +53,7 @@ private:
     const char* current(const char* row);
     const char* valueOfOther(const char* row, int column) const;
     bool readStreamed(unsigned char* packet, std::size_t size);
+    void uncover();
     void leaveLink();
     void fail(const std::string& text);
     [[noreturn]] void throwFailure() const;
@@ -67,6 +68,8 @@ private:
     int m_columns;
     Link* m_link; // null once no row stands on it
     bool m_streaming = false;
+    unsigned char* m_rowEnd = nullptr; // of the streamed row; its NUL is in the place of m_covered
+    unsigned char m_covered = 0;
     bool m_failed = false; // the rest of the rows is lost, as m_failure says
     Rows m_rows;
     std::array<Cell, 8> m_few; // the cells of most results

@@ -99,11 +99,14 @@ bool Rows::append(const unsigned char* packet, std::size_t size)
     std::memcpy(at, packet, size);
     unsigned char length = *packet;
     for (unsigned char* out = lengths;; length = *at, *at = 0) {
-        if (length > NarrowNull) {
-            return appendWide(packet, size);
-        }
         *out = length;
-        at += 1 + (length != NarrowNull ? length : 0);
+        if (length >= NarrowNull) [[unlikely]] {
+            if (length > NarrowNull) {
+                return appendWide(packet, size);
+            }
+            length = 0;
+        }
+        at += 1 + length;
         if (out++ == last) {
             break;
         }
@@ -157,9 +160,11 @@ const char* Rows::at(std::uint64_t index) const
     if (index >= Step) {
         row = m_index[index / Step - 1];
     }
-    std::vector<Cell> cells(m_columns);
-    for (std::uint64_t i = index % Step; i > 0; --i) {
-        row = read(row, cells.data());
+    if (index % Step != 0) {
+        std::vector<Cell> cells(m_columns);
+        for (std::uint64_t i = index % Step; i > 0; --i) {
+            row = read(row, cells.data());
+        }
     }
     return row;
 }
@@ -172,12 +177,11 @@ const char* Rows::read(const char* row, Cell* cells) const
     const auto* length = reinterpret_cast<const unsigned char*>(row + 1);
     const char* value = row + 1 + m_columns;
     for (const unsigned char* const end = length + m_columns; length != end; ++length, ++cells) {
-        if (*length == NarrowNull) {
+        *cells = {value, *length};
+        value += *length + 1;
+        if (*length == NarrowNull) [[unlikely]] {
             *cells = {nullptr, 0};
-            ++value;
-        } else {
-            *cells = {value, *length};
-            value += *length + 1;
+            value -= NarrowNull;
         }
     }
     return follow(value);

@@ -5,12 +5,17 @@
 #include <algorithm>
 #include <array>
 #include <climits>
+#include <cstddef>
 
 namespace client {
 
 namespace {
 
-constexpr std::string_view Blanks = " \t\n\v\f\r;";
+// What the server skips around a statement.
+bool isBlank(char c)
+{
+    return c == ' ' || (c >= '\t' && c <= '\r') || c == ';';
+}
 
 constexpr auto WordCharacters = [] {
     std::array<bool, UCHAR_MAX + 1> table{};
@@ -48,18 +53,40 @@ bool isOneOf(std::string_view text, const auto& words)
     return std::ranges::any_of(words, [&](std::string_view word) { return equals(text, word); });
 }
 
-// One INSERT, REPLACE, UPDATE, DELETE or SELECT, without a function and a variable: what nearly
-// every text is, so it is not taken apart.
+// The kinds of statement that nearly every text is.
+std::string_view kindByInitial(char initial)
+{
+    switch (capital(initial)) {
+    case 'S':
+        return "SELECT";
+    case 'I':
+        return "INSERT";
+    case 'U':
+        return "UPDATE";
+    case 'D':
+        return "DELETE";
+    default:
+        return "REPLACE";
+    }
+}
+
+// One such statement without a function and a variable: it need not be taken apart.
 bool isPlainQuery(std::string_view text)
 {
-    static constexpr std::array<std::string_view, 5> Kinds = {"SELECT", "INSERT", "UPDATE",
-                                                              "DELETE", "REPLACE"};
-    const std::size_t size =
-        text.size() > 6 && !isWordCharacter(text[6]) ? 6 : 7; // of the first word
-    return text.size() > size && !isWordCharacter(text[size]) &&
-           isOneOf(text.substr(0, size), Kinds) && text.find('(') == std::string_view::npos &&
-           text.find('@') == std::string_view::npos &&
-           text.find(';') >= text.find_last_not_of(Blanks);
+    const std::string_view kind = kindByInitial(text.front());
+    if (text.size() <= kind.size() || isWordCharacter(text[kind.size()])) {
+        return false;
+    }
+    for (std::size_t i = 0; i < kind.size(); ++i) {
+        if (capital(text[i]) != kind[i]) {
+            return false;
+        }
+    }
+    while (isBlank(text.back())) {
+        text.remove_suffix(1);
+    }
+    return text.find('(') == std::string_view::npos && text.find('@') == std::string_view::npos &&
+           text.find(';') == std::string_view::npos;
 }
 
 // A word, a quoted name without its quotation marks, or one other character.
@@ -199,7 +226,7 @@ Leaves together(Leaves all, Leaves one)
 
 bool isBlank(std::string_view text)
 {
-    return text.find_first_not_of(Blanks) == std::string_view::npos;
+    return std::ranges::all_of(text, [](char c) { return isBlank(c); });
 }
 
 Leaves leaves(std::string_view text)
@@ -208,7 +235,7 @@ Leaves leaves(std::string_view text)
     static constexpr std::array<std::string_view, 6> Definitions = {"CREATE",   "ALTER", "DROP",
                                                                     "TRUNCATE", "GRANT", "REVOKE"};
     static constexpr std::array<std::string_view, 3> Evaluating = {"SELECT", "VALUES", "VALUE"};
-    if (isPlainQuery(text)) {
+    if (text.empty() || isPlainQuery(text)) {
         return Leaves::Nothing;
     }
     Leaves all = Leaves::Nothing;

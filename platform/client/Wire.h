@@ -28,11 +28,10 @@ public:
     /// lost.
     bool sendEmpty();
 
-    /// The next packet, or null on failure, see fault(). The packet and the byte after it may be
-    /// written to; both live until the next call.
+    /// The next packet, or null on failure, see fault(). It may be written to and lives until the
+    /// next call. There is a byte after it, which must be what it was by then.
     unsigned char* receive(std::size_t& size)
     {
-        m_buffer.get()[m_begin] = m_covered;
         std::uint32_t head; // length and number
         if (m_end - m_begin >= HeadSize) {
             std::memcpy(&head, m_buffer.get() + m_begin, sizeof head);
@@ -62,7 +61,6 @@ private:
     {
         unsigned char* const packet = m_buffer.get() + m_begin + HeadSize;
         m_begin += HeadSize + size;
-        m_covered = packet[size];
         ++m_number;
         return packet;
     }
@@ -77,13 +75,12 @@ private:
     };
 
     int m_socket = -1;
-    // Holds one byte more than its capacity, for the write after the last packet.
+    // Holds one byte more than its capacity, which is the one after the last packet.
     std::unique_ptr<unsigned char[], Free> m_buffer;
     std::size_t m_capacity = 0;
     std::size_t m_begin = 0; // of what was received and not yet taken
     std::size_t m_end = 0;
-    unsigned char m_covered = 0; // the byte at m_begin, which its packet's reader may overwrite
-    unsigned char m_number = 0;  // of the next packet
+    unsigned char m_number = 0; // of the next packet
     const char* m_fault = nullptr;
     std::int64_t m_deadline = -1; // of the steady clock, in milliseconds
 };
