@@ -1,5 +1,8 @@
+#include "Proxy.h"
 #include "ServerTest.h"
 
+#include <csignal>
+#include <sys/time.h>
 #include <thread>
 
 namespace {
@@ -93,6 +96,88 @@ TEST_F(Results, ALostLinkIsNeverAShortResult)
         killer.join();
         EXPECT_EQ(db_error_number(link.get()), 2013);
     }
+}
+
+// A server that dies at whatever byte of its answer: in a head, in a row, between rows, in an OK.
+TEST_F(Results, AnAnswerThatBreaksOffIsAFailure)
+{
+    Proxy proxy;
+    reopen();
+    db_enable_multiple_statements_per_query(link.get());
+    const auto answer = [&](const char* text, bool store, long cut) {
+        run("DO 1"); // on a link that is opened again if it was lost
+        proxy.passed = 0;
+        proxy.left = cut;
+        std::string all;
+        void* rows = nullptr;
+        bool failed = (store ? db_query : db_use_query)(link.get(), text, &rows) != 0;
+        const Handle result(rows, db_free_result);
+        failed |= !failureOf([&] {
+                       for (int i = 0; db_result_fetch_row(rows, i) != nullptr; ++i) {
+                           all += at(result, i) + at(result, i, 1) + ' ';
+                       }
+                   }).empty();
+        return failed ? std::to_string(db_error_number(link.get()))
+                      : all + std::to_string(db_affected_rows(link.get()));
+    };
+    for (const char* text : {"SELECT 'a', NULL UNION SELECT 'b', 1", "SELECT 1; DO 1"}) {
+        for (const bool store : {true, false}) {
+            const std::string whole = answer(text, store, -1);
+            const long size = proxy.passed;
+            for (long cut = 0; cut < size; ++cut) {
+                EXPECT_EQ(answer(text, store, cut), "2013") << text << " after " << cut;
+            }
+            proxy.drips = true;
+            EXPECT_EQ(answer(text, store, -1), whole);
+            proxy.drips = false;
+        }
+    }
+}
+
+TEST_F(Results, PacketsBesideTheAnswerAreNone)
+{
+    link.reset();
+    Proxy proxy;
+    proxy.login = [](std::string& packet) { packet[4] |= '\x80'; }; // takes requests for files
+    reopen();
+    run("CREATE TABLE t (line TEXT)");
+    EXPECT_EQ(refusal("LOAD DATA LOCAL INFILE '/etc/passwd' INTO TABLE t"), 4166);
+    EXPECT_EQ(value("SELECT COUNT(*) FROM t"), "0");
+
+    link.reset();
+    proxy.answer = [](std::string& packets) { // reports of progress before an OK
+        constexpr std::string_view Ok("\7\0\0\1\0", 5);
+        if (packets.starts_with(Ok)) {
+            packets[3] = '\3';
+            packets.insert(0, "\3\0\0\1\xff\xff\xff\3\0\0\2\xff\xff\xff", 14);
+        }
+    };
+    reopen();
+    run("DO 1");
+}
+
+TEST_F(Results, LongTextsAndValuesPassWhileSignalsInterrupt)
+{
+    run("SET GLOBAL max_allowed_packet=67108864");
+    reopen();
+    struct sigaction handler {
+    }, before{};
+    handler.sa_handler = [](int) {};
+    sigaction(SIGALRM, &handler, &before);
+    const itimerval often{{0, 300}, {0, 300}}; // microseconds
+    const itimerval never{};
+    setitimer(ITIMER_REAL, &often, nullptr);
+    // A part of a packet has 16777215 bytes: with a text, or a row, to the byte, and one more.
+    for (const std::size_t size : {16777205U, 16777206U, 16777211U, 16777212U, 40000000U}) {
+        const std::string text(size, 'x');
+        for (const bool store : {true, false}) {
+            EXPECT_TRUE(at(query("SELECT '" + text + "'", store), 0) == text) << size;
+            EXPECT_EQ(value("SELECT 'next'"), "next");
+        }
+    }
+    setitimer(ITIMER_REAL, &never, nullptr);
+    sigaction(SIGALRM, &before, nullptr);
+    run("SET GLOBAL max_allowed_packet=16777216");
 }
 
 TEST_F(Results, OutliveTheirLink)
