@@ -306,7 +306,7 @@ int Link::replace()
 
 int Link::checkSession(std::string_view text)
 {
-    if (!m_session.isKnown()) {
+    if (m_session.mustAsk(text)) {
         const bool counted = m_answerCounts;
         m_session.asks();
         if (!m_wire.send(ComQuery, Session::Question)) {
@@ -482,6 +482,9 @@ int Link::readError(const unsigned char* packet, std::size_t size)
     m_answerFailed = true;
     m_answerCounts = false;
     m_session.failed();
+    if (number == ER_CONNECTION_KILLED || number == ER_SERVER_SHUTDOWN) {
+        m_state = State::Told; // the server closes the connection behind it
+    }
     fail(number, std::string(text));
     return -1;
 }

@@ -154,7 +154,7 @@ bool Session::mayBeReplaced(std::string_view next) const
 {
     constexpr unsigned Transaction = SERVER_STATUS_IN_TRANS | SERVER_STATUS_AUTOCOMMIT;
     return m_clean && (m_status & Transaction) == SERVER_STATUS_AUTOCOMMIT &&
-           !asksAboutEarlier(next);
+           leaves(next) != Leaves::Unknown && !asksAboutEarlier(next);
 }
 
 } // namespace client

@@ -46,8 +46,12 @@ public:
         return m_known && m_asSetUp &&
                (m_status & (SERVER_STATUS_ANSI_QUOTES | SERVER_STATUS_NO_BACKSLASH_ESCAPES)) == 0;
     }
-    /// Whether whyUnsafe() can be answered; if not, Question is to be sent first.
-    bool isKnown() const { return m_known; }
+    /// Whether Question is to be sent in front of a text, as whyUnsafe() cannot be answered. It
+    /// changes ROW_COUNT(), so a text that may ask for that and has no values goes without.
+    bool mustAsk(std::string_view next) const
+    {
+        return !m_known && (hasLiterals(next) || !asksAboutEarlier(next));
+    }
     /// Why escaped values are not safe in the session, as a clause; empty if they are.
     std::string whyUnsafe() const;
     /// Whether a fresh session in place of this one would not be noticed, by the text that is to be

@@ -288,9 +288,6 @@ bool asksAboutEarlier(std::string_view text)
     static constexpr std::array<std::string_view, 11> Words = {
         "LAST_INSERT_ID", "IDENTITY", "INSERT_ID", "LASTVAL",     "PREVIOUS",     "ROW_COUNT",
         "FOUND_ROWS",     "ERRORS",   "WARNINGS",  "ERROR_COUNT", "WARNING_COUNT"};
-    if (leaves(text) == Leaves::Unknown) {
-        return true;
-    }
     Tokens tokens(text);
     for (Token token = tokens.next(); token.kind != Token::End; token = tokens.next()) {
         if (token.kind == Token::Name && isOneOf(token.text, Words)) {
@@ -298,6 +295,11 @@ bool asksAboutEarlier(std::string_view text)
         }
     }
     return false;
+}
+
+bool hasLiterals(std::string_view text)
+{
+    return text.find_first_of("\"'\\") != std::string_view::npos;
 }
 
 } // namespace client

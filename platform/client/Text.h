@@ -23,8 +23,11 @@ enum class Leaves {
 /// something.
 Leaves leaves(std::string_view text);
 
-/// Whether the text asks for what an earlier statement left, as LAST_INSERT_ID() does, or runs what
-/// its words do not show.
+/// Whether the text asks for what an earlier statement left, as LAST_INSERT_ID() does.
 bool asksAboutEarlier(std::string_view text);
+
+/// Whether the text has anything that quotation marks or backslashes delimit: it may hold escaped
+/// values.
+bool hasLiterals(std::string_view text);
 
 } // namespace client

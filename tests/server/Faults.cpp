@@ -1,4 +1,5 @@
 #include "Item.h"
+#include "Proxy.h"
 #include "RestartableServer.h"
 #include "ServerTest.h"
 
@@ -32,8 +33,21 @@ TEST_F(Faults, ALostSessionIsReplacedIfNothingIsMissed)
 {
     run("CREATE TABLE t (id INT AUTO_INCREMENT PRIMARY KEY, text VARCHAR(99))");
     run("CREATE TABLE done (n INT)");
-    run("CREATE PROCEDURE remember() SET @remembered = 1");
-    run("CREATE PROCEDURE stumble() BEGIN SET @remembered = 1; SIGNAL SQLSTATE '45000'; END");
+    run("CREATE SEQUENCE s");
+    const Table<const char*, const char*> procedures = {
+        {"remember", "SET @remembered = 1"},
+        {"stumble", "BEGIN SET @remembered = 1; SIGNAL SQLSTATE '45000'; END"},
+        {"shadow", "CREATE TEMPORARY TABLE done SELECT 1 AS n"},
+        {"note", "SELECT 1 INTO @noted"},
+        {"hold", "DO GET_LOCK('a', 1)"},
+        {"isolate", "SET TRANSACTION ISOLATION LEVEL READ COMMITTED"},
+        {"copy", "INSERT INTO done VALUES (LAST_INSERT_ID())"},
+    };
+    for (const auto& [name, body] : procedures) {
+        run(std::string("CREATE PROCEDURE ") + name + "() " + body);
+    }
+    run("CREATE FUNCTION holding() RETURNS INT RETURN GET_LOCK('a', 1)");
+    run("CREATE FUNCTION latest() RETURNS INT RETURN LAST_INSERT_ID()");
     const std::string done = "INSERT INTO done VALUES (1)";
     const Table<const char*, std::string, bool> rows = {
         // what the session did, the next statement, whether that one fails
@@ -43,6 +57,10 @@ TEST_F(Faults, ALostSessionIsReplacedIfNothingIsMissed)
         {"BEGIN; INSERT INTO t VALUES (); COMMIT", done, false},
         {"/* lock tables t write */ SELECT `lock` FROM (SELECT 1 AS `lock`) AS x", done, false},
         {"INSERT INTO t (id) VALUES (1), (1)", done, false},
+        {"SELECT @@autocommit, UPPER(CONCAT('get_lock(', COUNT(*), ')')) FROM t", done, false},
+        {"DROP TEMPORARY TABLE IF EXISTS u", done, false},
+        {"CREATE OR REPLACE TABLE v (id INT, name CHAR(9), KEY k (id)); ALTER TABLE v ADD c INT",
+         done, false},
         {"BEGIN", done, true},
         {"SELECT 1; BEGIN; INSERT INTO t (id) VALUES (1), (1)", done, true},
         {"SET autocommit=0", done, true},
@@ -53,17 +71,32 @@ TEST_F(Faults, ALostSessionIsReplacedIfNothingIsMissed)
         {"SET sort_buffer_size=100000, sort_buffer_size=none", done, true},
         {"CALL remember()", done, true},
         {"CALL stumble()", done, true},
+        {"CALL shadow()", done, true},
+        {"CALL note()", done, true},
+        {"CALL hold()", done, true},
+        {"CALL isolate()", done, true},
+        {"DO holding()", done, true},
         {"CREATE TEMPORARY TABLE u (id INT)", done, true},
+        {"CREATE TEMPORARY TABLE u SELECT 1", done, true},
+        {"CREATE OR REPLACE TEMPORARY TABLE u SELECT 1", done, true},
         {"PREPARE p FROM 'SELECT 1'", done, true},
         {"EXECUTE IMMEDIATE 'DO GET_LOCK(\"a\", 1)'", done, true},
         {"select 1, get_lock ('a', 1)", done, true},
+        {"SELECT `get_lock`('a', 1)", done, true},
+        {"SELECT /*!50000GET_LOCK('a', 1)*/", done, true},
         {"SELECT 1 -- don't\n, GET_LOCK('a', 1)", done, true},
         {"lock tables done write, information_schema.processlist read", done, true},
         {"/*!99999 nothing */ /*! LOCK TABLES done WRITE */", done, true},
         {"FLUSH TABLES t FOR EXPORT", done, true},
+        {"BACKUP STAGE START", done, true},
         {"USE mysql",
          "INSERT INTO " + database + ".done SELECT 1 FROM DUAL WHERE DATABASE()='mysql'", true},
         {"INSERT INTO t VALUES ()", "INSERT INTO done VALUES (LAST_INSERT_ID())", true},
+        {"INSERT INTO t VALUES ()", "INSERT INTO done VALUES (@@last_insert_id + @@identity)",
+         true},
+        {"INSERT INTO t VALUES ()", "CALL copy()", true},
+        {"INSERT INTO t VALUES ()", "INSERT INTO done VALUES (latest())", true},
+        {"DO NEXTVAL(s)", "INSERT INTO done VALUES (PREVIOUS VALUE FOR s)", true},
         {"SELECT 1", "SELECT FOUND_ROWS()", true},
     };
     for (const auto& [before, next, fails] : rows) {
@@ -85,6 +118,43 @@ TEST_F(Faults, ALostSessionIsReplacedIfNothingIsMissed)
     }
     // Sent once each, the last row's aside.
     EXPECT_EQ(value("SELECT COUNT(*) FROM done"), std::to_string(rows.size() - 1));
+}
+
+TEST_F(Faults, ALossIsToldToOneStatementAndToNothingElse)
+{
+    run("CREATE TABLE t (n INT)");
+    Proxy proxy;
+    Handle session(db_connect_unix(database.c_str()), db_disconnect);
+    void* const lost = session.get();
+    const auto insert = [&] { return db_query(lost, "INSERT INTO t VALUES (1)", nullptr); };
+    EXPECT_EQ(db_query(lost, "BEGIN", nullptr) + insert(), 0);
+    void* rows = nullptr;
+    EXPECT_EQ(db_use_query(lost, "SELECT seq FROM seq_1_to_1000000", &rows), 0);
+    EXPECT_NE(db_result_fetch_row(rows, 0), nullptr);
+    run("SET @id = (SELECT id FROM information_schema.processlist WHERE info LIKE '%1000000')");
+    run("KILL @id");
+    db_free_result(rows);
+    db_enable_multiple_statements_per_query(lost);
+    char escaped[3];
+    db_escape_string(lost, escaped, "a", 1);
+    EXPECT_EQ(db_error_number(lost), 0);
+    EXPECT_NE(insert(), 0); // what the transaction had is gone
+    EXPECT_EQ(db_error_number(lost), 2006);
+    EXPECT_EQ(insert() + db_query(lost, "DO 1; DO 2", nullptr), 0);
+    EXPECT_EQ(value("SELECT COUNT(*) FROM t"), "1");
+
+    // Wherever the environment points by then, it is the same server.
+    setenv("MYSQL_UNIX_PORT", "/nowhere", 1);
+    killSession(lost);
+    EXPECT_EQ(insert(), 0) << db_error_message(lost);
+
+    // A statement in the midst of which the link is lost tells it, and no other one after it.
+    for (const char* last : {"DO 1", "KILL CONNECTION_ID()"}) {
+        EXPECT_EQ(db_query(lost, "SET @x = 1", nullptr), 0);
+        proxy.left = std::string(last) == "DO 1" ? 0 : -1;
+        EXPECT_NE(db_query(lost, last, nullptr), 0);
+        EXPECT_EQ(insert(), 0) << last << ": " << db_error_message(lost);
+    }
 }
 
 // What became of the numbers that one thread saved.

@@ -2,6 +2,8 @@
 
 #include <KestroDatabase>
 #include <cstdlib>
+#include <memory>
+#include <mysql.h>
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
@@ -61,10 +63,18 @@ TEST_F(Session, IsRefusedOnceEscapedValuesAreUnsafe)
         }
     }
     EXPECT_EQ(refused, "big5 cp932 gbk sjis ");
-    for (const char* set : {"SET sql_mode=ANSI_QUOTES", "SET sql_mode=NO_BACKSLASH_ESCAPES",
-                            "SET sql_mode=CONCAT(@@sql_mode, ',ANSI')",
-                            "SET session_track_state_change=0", "SET sql_mode=ANSI; SELECT 1",
-                            "BEGIN NOT ATOMIC SET NAMES gbk; SIGNAL SQLSTATE '45000'; END"}) {
+    const std::string blind = " BEGIN SET session_track_state_change=0; "
+                              "SET session_track_system_variables=''; SET NAMES gbk; ";
+    run("CREATE PROCEDURE blind()" + blind + "END");
+    run("CREATE FUNCTION blinding() RETURNS INT" + blind + "RETURN 1; END");
+    for (const char* set :
+         {"SET sql_mode=ANSI_QUOTES", "SET sql_mode=NO_BACKSLASH_ESCAPES",
+          "SET sql_mode=CONCAT(@@sql_mode, ',ANSI')", "SET session_track_state_change=0",
+          "SET sql_mode=ANSI; SELECT 1", "SET session_track_system_variables=''",
+          "SET session_track_system_variables='character_set_client'",
+          "SET @x=1, session_track_schema=0", "CALL blind()", "DO blinding()", "SELECT blinding()",
+          "SELECT 1; CALL blind(); SELECT 1",
+          "BEGIN NOT ATOMIC SET NAMES gbk; SIGNAL SQLSTATE '45000'; END"}) {
         reopen();
         db_enable_multiple_statements_per_query(link.get());
         db_query(link.get(), set, nullptr);
@@ -130,6 +140,60 @@ TEST_F(Session, SeveralStatementsAreAllowedWhereTheyWereAskedFor)
     lent->connection().enableMultipleStatementsPerQuery();
     EXPECT_TRUE(carriesTwo(pool.reset(lent)->connection()));
     EXPECT_FALSE(carriesTwo(pool.getConnection(false).connection()));
+}
+
+// Every answer is the one that a plain link gets.
+TEST_F(Session, OurOwnStatementsDoNotShow)
+{
+    run("CREATE TABLE t (n INT)");
+    run("CREATE TRIGGER remembers BEFORE INSERT ON t FOR EACH ROW SET @x = 1");
+    run("CREATE FUNCTION remembering() RETURNS INT BEGIN SET @x = 1; RETURN 1; END");
+    const std::string insert = "INSERT INTO t VALUES (1), (2), (3)";
+    const std::string select = "SELECT seq FROM seq_1_to_3";
+    const std::string counts = "SELECT CONCAT(FOUND_ROWS(), ' ', ROW_COUNT())";
+    const std::string numbers = "SELECT FOUND_ROWS() * 100 + ROW_COUNT()";
+    const std::vector<std::vector<std::string>> rows = {
+        {select, "FAIL", counts},
+        {select, "SET NAMES latin1", counts},
+        {select, "SET @x = 1", counts},
+        {select, "SET STATEMENT max_statement_time=1 FOR SELECT 7", counts},
+        {"SELECT remembering()", counts},
+        {insert, numbers},
+        {insert, "FAIL", counts},
+        {"BEGIN NOT ATOMIC SIGNAL SQLSTATE '45000' SET MYSQL_ERRNO=5, MESSAGE_TEXT='why'; END",
+         "SHOW WARNINGS"},
+        {"FAIL", "SELECT CONCAT(@@error_count, '!')"},
+        {"SET sql_select_limit=0", "SELECT 1", "SET sql_select_limit=DEFAULT", "SELECT 2"},
+        {"SET sql_select_limit=0", "FAIL", "SELECT '3' LIMIT 1"},
+        {"SET character_set_results=utf16", "SELECT '\xc3\xa9' LIMIT 1"},
+    };
+    for (const std::vector<std::string>& texts : rows) {
+        const std::unique_ptr<MYSQL, decltype(&mysql_close)> plain(mysql_init(nullptr),
+                                                                   mysql_close);
+        mysql_options(plain.get(), MYSQL_SET_CHARSET_NAME, "utf8mb4");
+        mysql_real_connect(plain.get(), nullptr, nullptr, nullptr, database.c_str(), 0,
+                           std::getenv("MYSQL_UNIX_PORT"), 0);
+        reopen();
+        for (const std::string& text : texts) {
+            void* result = nullptr;
+            const int failed = db_query(link.get(), text.c_str(), &result);
+            const Handle rowsOfIt(result, db_free_result);
+            EXPECT_EQ(mysql_query(plain.get(), text.c_str()), failed) << text;
+            EXPECT_EQ(failed != 0 ? db_error_number(link.get()) : 0,
+                      static_cast<int>(mysql_errno(plain.get())))
+                << text;
+            MYSQL_RES* const stored = mysql_store_result(plain.get());
+            const MYSQL_ROW row = stored != nullptr ? mysql_fetch_row(stored) : nullptr;
+            EXPECT_EQ(at(rowsOfIt, 0),
+                      row != nullptr ? std::string(row[0], *mysql_fetch_lengths(stored)) : "NULL")
+                << texts.front() << "; " << text;
+            mysql_free_result(stored);
+        }
+    }
+    // A limit of the server's keeps nobody from connecting.
+    run("SET GLOBAL sql_select_limit=0");
+    reopen();
+    run("SET GLOBAL sql_select_limit=DEFAULT");
 }
 
 TEST_F(Session, AChildLeavesTheParentsLinks)
