@@ -1,7 +1,5 @@
 #pragma once
 
-#include <Kestro/Api.h>
-
 #include <cstdint>
 
 /// \file
@@ -17,6 +15,7 @@
 /// to one thread at a time. Only db_result_fetch_row throws.
 ///
 /// A program that defines these functions itself and exports them (-rdynamic) replaces the client.
+#pragma GCC visibility push(default)
 extern "C" {
 
 /// Opens a link to the local server, with the named database selected ("" selects none), and
@@ -31,30 +30,30 @@ extern "C" {
 /// Every link begins with the same session, whatever the server's global settings: character set
 /// utf8mb4, data files read as utf8mb4, and a sql_mode in which "..." is a text, \ escapes, and ""
 /// is not NULL; the server's other modes stay.
-KESTRO_API void* db_connect_unix(const char* database);
+void* db_connect_unix(const char* database);
 
 /// Closes the link and frees the handle. In a child process after fork it leaves the parent's link
 /// alone. A result that is still being streamed ends here, without waiting for its other rows: its
 /// next fetch throws.
-KESTRO_API void db_disconnect(void* handle);
+void db_disconnect(void* handle);
 
 /// Number and text of the last failure on the link, 0 and "" before the first; a success does not
 /// clear them. With a null handle: of this thread's last failed connect or last statement on a null
 /// handle. The text lives until the next failure. Never null.
-KESTRO_API int db_error_number(void* handle);
-KESTRO_API const char* db_error_message(void* handle);
+int db_error_number(void* handle);
+const char* db_error_message(void* handle);
 
 /// Escapes length bytes for a quoted SQL literal or a data file and returns the escaped length.
 /// The target has room for 2 * length + 1 bytes and is NUL-terminated. NUL, line feed, carriage
 /// return, tab, Ctrl-Z, ", ' and \ become \0 \n \r \t \Z \" \' \\, every other byte stays, with
 /// or without a handle.
-KESTRO_API unsigned long db_escape_string(void* handle, char* target, const char* source,
-                                          unsigned long length);
+unsigned long db_escape_string(void* handle, char* target, const char* source,
+                               unsigned long length);
 
 /// Lets one text carry several statements, on this handle alone and for as long as it lives: when
 /// its link is lost, the link that takes its place allows them too. Returns 0, or another value on
 /// failure.
-KESTRO_API int db_enable_multiple_statements_per_query(void* handle);
+int db_enable_multiple_statements_per_query(void* handle);
 
 /// Runs a NUL-terminated text. Returns 0, or another value on failure; db_error_number and
 /// db_error_message then tell the reason.
@@ -84,41 +83,42 @@ KESTRO_API int db_enable_multiple_statements_per_query(void* handle);
 /// not ask about the statement before it. Otherwise the call fails with 2006, and the next one
 /// opens the link; if that fails, it is 2006 too, with the reason in its text. A text that was sent
 /// and not answered fails with 2013; it may have run, and is never sent again.
-KESTRO_API int db_query(void* handle, const char* text, void** result);
-KESTRO_API int db_use_query(void* handle, const char* text, void** result);
+int db_query(void* handle, const char* text, void** result);
+int db_use_query(void* handle, const char* text, void** result);
 
 /// Frees the result; rows of a stream that were not fetched are read and dropped.
-KESTRO_API void db_free_result(void* result);
+void db_free_result(void* result);
 
 /// Rows changed by the last statement that succeeded, or rows delivered if it made a result set.
 /// INSERT ... ON DUPLICATE KEY UPDATE counts 1 for a new row, 2 for a changed one, 0 for an equal
 /// one.
-KESTRO_API std::uint64_t db_affected_rows(void* handle);
+std::uint64_t db_affected_rows(void* handle);
 
 /// The id that the most recent statement to generate one generated on this link; statements that
 /// generate none leave it. 0 before the first.
-KESTRO_API std::uint64_t db_lastid(void* handle);
+std::uint64_t db_lastid(void* handle);
 
 /// The number of rows; transfers the result first if it comes from db_use_query. Once rows are
 /// streamed it is the number fetched so far. If the transfer fails it is 1, and fetching that row
 /// throws, so that a lost link never looks like an empty result.
-KESTRO_API int db_result_row_num(void* handle, void* result);
+int db_result_row_num(void* handle, void* result);
 
 /// The number of columns.
-KESTRO_API int db_result_fields_num(void* handle, void* result);
+int db_result_fields_num(void* handle, void* result);
 
 /// The row at a 0-based index, or null past the last one. Constant time for rows in sequence. A
 /// streamed row that has gone by is null; streamed rows ahead of the index are skipped.
 ///
 /// Throws Kestro::Exception("db_result_fetch_row", 4) with the server's text as string parameter
 /// if the link was lost, or the server gave up, before the last row.
-KESTRO_API void* db_result_fetch_row(void* result, int index);
+void* db_result_fetch_row(void* result, int index);
 
 /// The NUL-terminated text of one value of the row, or null for SQL NULL and for a column that the
 /// result does not have. It lives as long as the row handle. The handle is not looked at.
-KESTRO_API const char* db_result_get_value(void* handle, void* result, void* row, int column);
+const char* db_result_get_value(void* handle, void* result, void* row, int column);
 
 /// The length in bytes of the value in the row fetched last; 0 for NULL, for a column that the
 /// result does not have, and before the first fetch.
-KESTRO_API unsigned long db_result_field_length(void* result, int column);
+unsigned long db_result_field_length(void* result, int column);
 }
+#pragma GCC visibility pop

@@ -164,7 +164,7 @@ TEST_F(Pool, AnAssignmentMovesTheLoanOrRefusesIt)
 } // namespace
 
 // The pause of a caller who waits, in the place of the platform's.
-KESTRO_API void Kestro::ks_usleep(unsigned microseconds, unsigned seconds)
+void Kestro::ks_usleep(unsigned microseconds, unsigned seconds)
 {
     EXPECT_EQ(microseconds, 100'000U);
     EXPECT_EQ(seconds, 0U);

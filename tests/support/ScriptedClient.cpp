@@ -1,5 +1,6 @@
 #include "ScriptedClient.h"
 
+#include <Kestro/Api.h>
 #include <ctime>
 #include <db_client.h>
 #include <unistd.h>

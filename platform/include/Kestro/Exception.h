@@ -1,11 +1,10 @@
 #pragma once
 
-#include <Kestro/Api.h>
-
 #include <exception>
 #include <memory>
 #include <string>
 
+#pragma GCC visibility push(default)
 namespace Kestro {
 
 class Exception;
@@ -14,7 +13,7 @@ class Exception;
 ///
 /// It is the first base of Exception, ahead of std::exception, so that these operations keep their
 /// slots. Programs name Exception, never this class.
-class KESTRO_API ExceptionRecord {
+class ExceptionRecord {
 public:
     virtual ~ExceptionRecord();
 
@@ -83,7 +82,7 @@ private:
 ///
 /// Distinct objects may be used by distinct threads, copies of one exception too; one object may be
 /// read by several threads as long as none changes it.
-class KESTRO_API Exception : public ExceptionRecord, public std::exception {
+class Exception : public ExceptionRecord, public std::exception {
 public:
     /// The four are told by the operations of the same names.
     explicit Exception(const std::string& message, int intParameter = 0,
@@ -97,3 +96,4 @@ public:
 };
 
 } // namespace Kestro
+#pragma GCC visibility pop

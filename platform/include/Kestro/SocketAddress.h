@@ -1,14 +1,13 @@
 #pragma once
 
-#include <Kestro/Api.h>
-
 #include <cstdint>
 #include <string>
 
+#pragma GCC visibility push(default)
 namespace Kestro {
 
 /// An IPv4 address. A plain value: distinct objects are independent.
-class KESTRO_API IPAddress {
+class IPAddress {
 public:
     /// From a dotted quad such as "127.0.0.1": four decimal numbers of 0 to 255 without leading
     /// zeros. Throws Exception("IPAddress", 4) with the text as string parameter for anything else.
@@ -26,7 +25,7 @@ private:
 };
 
 /// An IPv4 address and a port. A plain value: distinct objects are independent.
-class KESTRO_API SocketAddress {
+class SocketAddress {
 public:
     /// Both parts as plain numbers, in the byte order of the machine.
     struct INET {
@@ -48,3 +47,4 @@ private:
 };
 
 } // namespace Kestro
+#pragma GCC visibility pop

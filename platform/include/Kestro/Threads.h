@@ -1,15 +1,14 @@
 #pragma once
 
-#include <Kestro/Api.h>
-
 #include <mutex>
 #include <semaphore.h>
 
+#pragma GCC visibility push(default)
 namespace Kestro {
 
 /// A mutex that the thread which holds it may lock again; it is free after as many unlocks.
 /// Every operation may be called from any thread; unlock only by the holder.
-class KESTRO_API Mutex {
+class Mutex {
 public:
     /// Waits until no other thread holds the mutex, and takes it once more.
     void lock() { m_mutex.lock(); }
@@ -21,7 +20,7 @@ private:
 };
 
 /// Holds a Mutex from construction to destruction. The mutex must outlive it.
-class [[nodiscard]] KESTRO_API Synchronized {
+class [[nodiscard]] Synchronized {
 public:
     /// Locks the mutex, waiting for it if need be.
     explicit Synchronized(Mutex& mutex) : m_lock(mutex) {}
@@ -31,7 +30,7 @@ private:
 };
 
 /// A counting semaphore. Every operation may be called from any thread.
-class KESTRO_API Semaphore {
+class Semaphore {
 public:
     /// Starts with this count. Throws Exception("Semaphore", 4) if it is over SEM_VALUE_MAX
     /// (2,147,483,647).
@@ -54,6 +53,7 @@ private:
 };
 
 /// Pauses the calling thread for at least the sum of both; signals do not shorten it.
-KESTRO_API void ks_usleep(unsigned microseconds, unsigned seconds);
+void ks_usleep(unsigned microseconds, unsigned seconds);
 
 } // namespace Kestro
+#pragma GCC visibility pop
