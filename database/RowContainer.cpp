@@ -2,6 +2,7 @@
 
 #include <db_client.h>
 
+#include <malloc.h>
 #include <utility>
 
 namespace Kestro::Database {
@@ -15,7 +16,16 @@ bool NoopRowImpl::parse(void* /*connection*/, void* /*result*/, void* /*row*/)
     return true;
 }
 
-RowContainerImpl::~RowContainerImpl() = default;
+RowContainerImpl::~RowContainerImpl()
+{
+    // The heap keeps what the list and the rows' texts took, until something large is freed: of a
+    // million rows 100 MB, which it may well need again. To give it back takes 0.04 us for each.
+    constexpr std::size_t Many = 1'000'000;
+    if (m_rows.size() > Many) {
+        m_rows.clear();
+        malloc_trim(0);
+    }
+}
 
 RowContainer::RowContainer() : m_counted(new RefCounted<RowContainerImpl>())
 {}

@@ -7,35 +7,27 @@
 
 namespace Kestro {
 
-/// Where small objects live that come and go in great numbers, such as handles and rows: freed ones
-/// are kept for the next of their size, first by the thread that freed them, so that making one is
-/// a few instructions and rows lie close together. The memory stays with the process.
+/// The library's own: where its handles' blocks and its row objects, and so those of classes
+/// derived from RowImpl, live. It is here as public classes derive from it; programs do not name
+/// it.
 ///
-/// A class derives from it to have its objects, and those of classes derived from it, made there by
-/// new. Objects of more than 256 bytes, or aligned to more than 16, are the heap's as ever, and so
-/// are all when the sanitizers that watch the heap are at work. Any thread may make and delete.
-/// There is no new (std::nothrow).
+/// Objects of one size lie close together, and making one takes a few instructions. Memory goes
+/// back to the system when all objects near each other are gone. Objects of more than 256 bytes, or
+/// aligned to more than 16, are the heap's, and so are all in a program compiled with a sanitizer
+/// that watches the heap. Any thread may make and delete. There is no new (std::nothrow).
 class KESTRO_API Storage {
 public:
     /// Throws std::bad_alloc if there is no memory.
-    static void* operator new(std::size_t size);
-    static void* operator new(std::size_t size, std::align_val_t alignment)
-    {
-        return ::operator new(size, alignment);
-    }
-    static void* operator new(std::size_t /*size*/, void* place) { return place; }
+    void* operator new(std::size_t size);
+    void* operator new(std::size_t size, std::align_val_t to) { return ::operator new(size, to); }
+    void* operator new(std::size_t /*size*/, void* place) { return place; }
 
     /// The other half of each operator new.
-    static void operator delete(void* object, std::size_t size) noexcept;
-    static void operator delete(void* object, std::size_t /*size*/,
-                                std::align_val_t alignment) noexcept
-    {
-        ::operator delete(object, alignment);
-    }
-    static void operator delete(void* /*object*/, void* /*place*/) noexcept {}
+    void operator delete(void* object, std::size_t size) noexcept;
+    void operator delete(void* o, std::align_val_t to) noexcept { ::operator delete(o, to); }
+    void operator delete(void* /*object*/, void* /*place*/) noexcept {}
 
 protected:
-    Storage() = default;
     ~Storage() = default;
 };
 
