@@ -29,6 +29,14 @@ constexpr std::size_t BlockSize = 4096;
 constexpr std::size_t BatchLimit = 1'048'576;
 constexpr std::string_view Terminator = ";\n";
 
+// Empty, with room for a usual statement: the buffer's own first growth takes longer.
+std::string room()
+{
+    std::string text;
+    text.reserve(UsualSize);
+    return text;
+}
+
 struct FreeResult {
     void operator()(void* result) const { db_free_result(result); }
 };
@@ -51,37 +59,9 @@ void execute(Connection& connection, const std::string& statement)
 
 RowParser::~RowParser() = default;
 
-Query::Text::Text()
-{
-    m_text.reserve(UsualSize);
-}
-
-Query::Text::~Text() = default;
-
-Query::Text::int_type Query::Text::overflow(int_type character)
-{
-    if (!traits_type::eq_int_type(character, traits_type::eof())) {
-        m_text += traits_type::to_char_type(character);
-    }
-    return traits_type::not_eof(character);
-}
-
-std::streamsize Query::Text::xsputn(const char* text, std::streamsize size)
-{
-    m_text.append(text, static_cast<std::size_t>(size));
-    return size;
-}
-
-Query::Text::pos_type Query::Text::seekoff(off_type offset, std::ios_base::seekdir from,
-                                           std::ios_base::openmode /*which*/)
-{
-    const bool end = offset == 0 && from != std::ios_base::beg;
-    return end ? static_cast<off_type>(m_text.size()) : off_type(-1);
-}
-
 Query::Query(Connection& connection, RowParser* parser, bool storeResult)
-    : std::basic_ostream<char>(nullptr), m_connection(connection), m_parser(parser),
-      m_storeResult(storeResult)
+    : std::basic_ostream<char>(nullptr), m_connection(connection), m_buffer(room()),
+      m_parser(parser), m_storeResult(storeResult)
 {
     rdbuf(&m_buffer);
     // SQL's numbers know no grouping, whatever the program's global locale. Setting one costs a
@@ -95,21 +75,27 @@ Query::~Query() = default;
 
 std::string Query::sql() const
 {
-    return m_buffer.string();
+    return m_buffer.str();
 }
 
 void Query::execute()
 {
-    const std::string& statement = m_buffer.string();
-    if (statement.empty()) {
+    if (m_buffer.view().empty()) {
         return;
     }
     if (fail()) {
         m_errorMessage = "the statement was not written completely";
         m_errorNumber = UnknownError;
-        refuse(statement);
+        refuse(m_buffer.view());
     }
-    send(statement);
+    // As a std::string the text gets a NUL behind it, which it keeps when it is moved back. The
+    // positions are at the beginning then.
+    const auto get = m_buffer.pubseekoff(0, cur, in);
+    const auto put = m_buffer.pubseekoff(0, cur, out);
+    m_buffer.str(std::move(m_buffer).str());
+    m_buffer.pubseekpos(get, in);
+    m_buffer.pubseekpos(put, out);
+    send(m_buffer.view());
 }
 
 // The text has a NUL at its end, or behind it.
@@ -136,8 +122,11 @@ void Query::send(std::string_view statement)
 
 void Query::refuse(std::string_view statement) const
 {
-    raise(m_parser != nullptr ? LineWithParser : LineWithoutParser,
-          (m_errorMessage + " : ").append(statement));
+    constexpr std::string_view Separator = " : ";
+    std::string text;
+    text.reserve(m_errorMessage.size() + Separator.size() + statement.size());
+    text.append(m_errorMessage).append(Separator).append(statement);
+    raise(m_parser != nullptr ? LineWithParser : LineWithoutParser, text);
 }
 
 std::uint64_t Query::get_lastid() const

@@ -133,6 +133,48 @@ TEST_F(Scripted, StatementsAreSentAsWrittenAndRefusalsNameThem)
                      "query show tables;", "query show tables like 't';"}));
 }
 
+TEST_F(Scripted, TheTextAndBothPositionsStayThroughExecution)
+{
+    struct : RowParser {
+        const Query* query = nullptr;
+        void parse(void* /*connection*/, void* /*result*/) override
+        {
+            throw std::runtime_error(query->sql());
+        }
+    } parser;
+    Query query(connection, &parser);
+    parser.query = &query;
+    std::istream text(query.rdbuf());
+    std::string word;
+    query << "select 1";
+    text >> word;
+    EXPECT_EQ(word, "select");
+    EXPECT_EQ(query.tellp(), 8);
+    query.seekp(0);
+    const auto expectSent = [&](const std::string& sql) {
+        client.calls.clear();
+        std::string seen;
+        try {
+            query.execute();
+        } catch (const std::runtime_error& e) {
+            seen = e.what();
+        }
+        EXPECT_EQ(seen, sql);
+        EXPECT_EQ(client.calls, Calls{"query " + sql});
+    };
+    expectSent("select 1");
+    query << "SELECT";
+    expectSent("SELECT 1");
+    text >> word;
+    EXPECT_EQ(word, "1");
+    query.seekp(0, std::ios::end);
+    // Through every size of the buffer.
+    for (std::string sql = "SELECT 1"; sql.size() < 2100; sql += 'x') {
+        expectSent(sql);
+        query << 'x';
+    }
+}
+
 // Where the batches end, found without reading in blocks: the first terminator that lies inside a
 // stretch of 4096 bytes is a place to cut if the batch up to it is longer than 1 MiB.
 std::list<std::string> model(const std::string& content)

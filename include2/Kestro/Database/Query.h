@@ -6,7 +6,7 @@
 
 #include <cstdint>
 #include <ostream>
-#include <streambuf>
+#include <sstream>
 #include <string>
 #include <string_view>
 
@@ -35,8 +35,13 @@ public:
 ///
 /// The text is sent exactly as written, in one call: nothing is escaped, quoted or terminated on
 /// the way. Numbers are written in the classic locale. A Query refers to its connection and parser
-/// and owns neither; both must outlive it. It is meant for one statement: text is only ever
-/// appended, and executing again sends it all again.
+/// and owns neither; both must outlive it. It is meant for one statement: executing leaves the text
+/// and the place to write at as they are, so that what is written afterwards is appended, and
+/// executing again sends it all again.
+///
+/// The buffer, rdbuf(), is a std::stringbuf for reading and writing: tellp() and seekp() work, what
+/// is written over a place replaces what stood there, and a std::istream on the buffer reads the
+/// text. Memory of one's own, which pubsetbuf() would give it, is not supported.
 ///
 /// Threads: one Query, and the connection it runs on, belong to one thread at a time.
 class KESTRO_API Query : public std::basic_ostream<char>, public virtual RefImpl {
@@ -51,7 +56,7 @@ public:
     Query& operator=(const Query&) = delete;
     ~Query() override;
 
-    /// A copy of the text written so far.
+    /// A copy of all the text, wherever the next write goes and whatever NULs it holds.
     std::string sql() const;
 
     /// Sends the text and hands its result to the parser. An empty text sends nothing.
@@ -83,28 +88,11 @@ public:
 private:
     friend class QueryFile;
 
-    // Takes what is written and tells how much that is; there is no other position to write at.
-    class KESTRO_API Text : public std::streambuf {
-    public:
-        Text();
-        ~Text() override;
-        const std::string& string() const { return m_text; }
-
-    protected:
-        int_type overflow(int_type character) override;
-        std::streamsize xsputn(const char* text, std::streamsize size) override;
-        pos_type seekoff(off_type offset, std::ios_base::seekdir from,
-                         std::ios_base::openmode which) override;
-
-    private:
-        std::string m_text;
-    };
-
     void send(std::string_view statement);
     [[noreturn]] void refuse(std::string_view statement) const;
 
     Connection& m_connection;
-    Text m_buffer;
+    std::stringbuf m_buffer;
     RowParser* m_parser;
     std::string m_errorMessage;
     std::int32_t m_errorNumber = 0;
