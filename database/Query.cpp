@@ -88,13 +88,8 @@ void Query::execute()
         m_errorNumber = UnknownError;
         refuse(m_buffer.view());
     }
-    // As a std::string the text gets a NUL behind it, which it keeps when it is moved back. The
-    // positions are at the beginning then.
-    const auto get = m_buffer.pubseekoff(0, cur, in);
-    const auto put = m_buffer.pubseekoff(0, cur, out);
-    m_buffer.str(std::move(m_buffer).str());
-    m_buffer.pubseekpos(get, in);
-    m_buffer.pubseekpos(put, out);
+    // The buffer's memory has room for one character more, as that of every std::string.
+    *const_cast<char*>(m_buffer.view().end()) = '\0';
     send(m_buffer.view());
 }
 

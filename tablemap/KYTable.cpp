@@ -33,8 +33,7 @@ void appendEscaped(std::string& out, const char* text, std::size_t length)
         more = std::make_unique_for_overwrite<char[]>(2 * length + 1);
         escaped = more.get();
     }
-    db_escape_string(nullptr, escaped, text, length);
-    out += escaped;
+    out.append(escaped, db_escape_string(nullptr, escaped, text, length));
 }
 
 } // namespace
@@ -584,16 +583,22 @@ int KYDBTableSimple::get(Database::RowParser* parser)
 
 int KYDBTableSimple::save(bool update)
 {
-    constexpr std::string_view Update = " ON DUPLICATE KEY UPDATE ";
     Database::Query query(DBConnection(), nullptr, true);
     const std::string assignments = sql_keyvalues(KYDB_FLAG_SAVE, ",");
-    std::string statement = "INSERT INTO " + table_name() + " SET ";
-    statement.reserve(statement.size() + 2 * assignments.size() + Update.size() + 1);
-    statement += assignments;
+    // Straight into the buffer: a stream's own operators cost as much as a copy of the text.
+    std::streambuf& buffer = *query.rdbuf();
+    const auto write = [&buffer](std::string_view text) {
+        buffer.sputn(text.data(), static_cast<std::streamsize>(text.size()));
+    };
+    write("INSERT INTO ");
+    write(table_name());
+    write(" SET ");
+    write(assignments);
     if (update) {
-        statement.append(Update).append(assignments);
+        write(" ON DUPLICATE KEY UPDATE ");
+        write(assignments);
     }
-    query << (statement += ';');
+    buffer.sputc(';');
     try {
         return execute(query) == 0 ? 0 : -1;
     } catch (...) {

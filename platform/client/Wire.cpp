@@ -61,6 +61,7 @@ bool Wire::send(unsigned char command, std::string_view text)
         }
     }
     m_begin = m_end = 0;
+    m_answered = false;
     m_number = 1;
     m_fault = nullptr;
     if (text.size() < ShortText) {
@@ -157,11 +158,18 @@ unsigned char* Wire::receiveSlowly(std::size_t& size)
 // Has this many bytes received and not taken.
 bool Wire::fill(std::size_t size)
 {
+    // Not in a blocking recv(), which would be woken once more, when the server reads the command.
+    if (!m_answered && !awaitInput()) {
+        return false;
+    }
+    m_answered = true;
+    if (m_begin == m_end) {
+        m_begin = m_end = 0;
+    }
     while (m_end - m_begin < size) {
         if (m_end == m_capacity) {
             makeRoom();
         }
-        // A blocking recv() would be woken once more, when the server reads the command.
         const ssize_t got =
             recv(m_socket, m_buffer.get() + m_end, m_capacity - m_end, MSG_DONTWAIT);
         if (got > 0) {

@@ -81,6 +81,7 @@ private:
     std::size_t m_begin = 0; // of what was received and not yet taken
     std::size_t m_end = 0;
     unsigned char m_number = 0; // of the next packet
+    bool m_answered = false;    // something has come since a command was sent
     const char* m_fault = nullptr;
     std::int64_t m_deadline = -1; // of the steady clock, in milliseconds
 };
