@@ -14,15 +14,16 @@ namespace Kestro {
 
 namespace {
 
-constexpr std::size_t Unit = 16; // bytes, the heap's own alignment
-constexpr std::size_t Sizes = 16;
+// Bytes: an object aligned to 16 has a size that is a multiple of 16, and so lies right.
+constexpr std::size_t Unit = 8;
+constexpr std::size_t Sizes = 32;
 // Measured with a million rows: 64 KiB take a quarter longer, 256 KiB save nothing more.
 constexpr std::size_t ChunkSize = std::size_t{128} << 10;
 
 // The head of memory for objects of one size, aligned to ChunkSize. The thread that holds a chunk
 // uses `free` and `used` without a lock; all else, and a chunk that nobody holds, is the mutex's.
 // A free place begins with the address of the next.
-struct alignas(Unit) Chunk {
+struct alignas(2 * Unit) Chunk {
     void* free = nullptr;
     std::size_t used = 0;
     void* foreign = nullptr; // deleted by other threads, and counted as used until let go
