@@ -87,7 +87,7 @@ void ExceptionRecord::describe()
         text += " at " + m_fileName + ":" + std::to_string(m_lineNumber);
     }
     if (!m_stringParameter->empty()) {
-        text += ": " + *m_stringParameter;
+        text.append(": ").append(*m_stringParameter);
     }
     if (m_cause) {
         text += " <- " + m_cause->asString();
