@@ -48,6 +48,10 @@ TEST_F(Scripted, ConnectionsOpenTheirDatabaseAndReopenOnAnother)
                                    "disconnect", "connect four", "connect one", "disconnect",
                                    "connect five", "disconnect", "connect six", "connect six",
                                    "disconnect", "connect seven", "connect six", "connect six"}));
+    client.connects = {false};
+    EXPECT_THROW(connection.connect(), DatabaseException);
+    EXPECT_EQ(connection.state(), 0);
+    --client.open; // the link that was still open is lost, as connect() says
 }
 
 TEST_F(Scripted, ServersAreAwaitedInStepsOfThreeSeconds)

@@ -64,7 +64,8 @@ public:
     ~Connection() override;
 
     /// Opens the link on the current database. Meant for a connection that is disconnected: a link
-    /// that is still open is not closed first, and leaks. Throws as told above.
+    /// that is still open is not closed first, and leaks. Throws as told above, and then the
+    /// connection is disconnected.
     void connect();
     /// Closes the link if one is open.
     void disconnect();
@@ -73,7 +74,7 @@ public:
     /// all; if it held a transaction, temporary tables, variables or locks, that statement fails
     /// with 2006, unsent, and the one after it finds a fresh session. A statement that the loss
     /// interrupts fails with 2013: it may have run, and is never sent again.
-    std::int32_t state() const { return m_state; }
+    std::int32_t state() const { return m_handle != nullptr ? m_state : Disconnected; }
 
     /// Lets one query text carry several statements, from now on for as long as this object lives,
     /// however often it is opened again. Returns 0, or another value on failure: while disconnected
