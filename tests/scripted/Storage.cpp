@@ -49,7 +49,8 @@ template <std::size_t Size> void passBetweenThreads()
         std::set<const void*> places;
         for (std::size_t i = 0; i < 2 * Half; ++i) {
             EXPECT_EQ(std::ranges::count(all[i]->bytes, i % 251), Size);
-            EXPECT_EQ(reinterpret_cast<std::uintptr_t>(all[i].get()) % 16, 0U);
+            EXPECT_EQ(reinterpret_cast<std::uintptr_t>(all[i].get()) % (Size % 16 == 0 ? 16 : 8),
+                      0U);
             places.insert(all[i].get());
         }
         EXPECT_EQ(places.size(), all.size());
@@ -112,7 +113,7 @@ TEST(Storage, GivesMemoryBack)
         const long before = residentPages();
         makes(make);
         const long tenth = (residentPages() - before) / 10;
-        EXPECT_GT(tenth, 800) << name;
+        EXPECT_GT(tenth, 700) << name;
         deletes([&drop] { drop(2); });
         makes(make);
         EXPECT_LT(residentPages() - before, 11 * tenth) << name << ": places are not used again";
