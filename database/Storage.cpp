@@ -50,7 +50,8 @@ constinit Chunk lists[Sizes]{};
 
 Chunk* chunkOf(void* object)
 {
-    return reinterpret_cast<Chunk*>(reinterpret_cast<std::uintptr_t>(object) & -ChunkSize);
+    const std::size_t offset = reinterpret_cast<std::uintptr_t>(object) % ChunkSize;
+    return reinterpret_cast<Chunk*>(static_cast<char*>(object) - offset);
 }
 
 Chunk* map(std::size_t size)
@@ -63,7 +64,7 @@ Chunk* map(std::size_t size)
     munmap(begin, static_cast<std::size_t>(first - begin));
     munmap(first + ChunkSize, static_cast<std::size_t>(begin + ChunkSize - first));
     madvise(first, ChunkSize, MADV_POPULATE_WRITE); // cheaper than a fault for each page
-    Chunk* const chunk = new (first) Chunk{.used = (ChunkSize - sizeof(Chunk)) / size};
+    auto* const chunk = new (first) Chunk{.used = (ChunkSize - sizeof(Chunk)) / size};
     while (chunk->used > 0) { // downwards: objects that are made in turn lie in turn
         chunk->push(first + sizeof(Chunk) + (chunk->used - 1) * size);
     }
@@ -160,8 +161,9 @@ void* Storage::operator new(std::size_t size)
 void Storage::operator delete(void* object, std::size_t size) noexcept
 {
     const std::size_t index = (size - 1) / Unit;
-    Chunk* const chunk = index < Sizes ? held[index] : nullptr;
-    return chunk == chunkOf(object) ? chunk->push(object) : deleteElsewhere(index, object);
+    Chunk* const chunk = chunkOf(object);
+    return index < Sizes && held[index] == chunk ? chunk->push(object)
+                                                 : deleteElsewhere(index, object);
 }
 
 } // namespace Kestro

@@ -156,7 +156,7 @@ bool Rows::append(const unsigned char* packet, std::size_t size)
 
 const char* Rows::at(std::uint64_t index) const
 {
-    const char* row = follow(m_few.data());
+    const char* row = follow(m_few);
     if (index >= Step) {
         row = m_index[index / Step - 1];
     }

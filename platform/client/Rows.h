@@ -1,6 +1,5 @@
 #pragma once
 
-#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <vector>
@@ -18,7 +17,9 @@ struct Cell {
 class Rows {
 public:
     /// For rows of this many columns, at least 1.
-    explicit Rows(std::size_t columns) : m_columns(columns) {}
+    explicit Rows(std::size_t columns)
+        : m_columns(columns), m_next(m_few), m_end(m_few + sizeof m_few)
+    {}
     Rows(const Rows&) = delete;
     Rows& operator=(const Rows&) = delete;
     ~Rows();
@@ -53,12 +54,12 @@ private:
 
     std::size_t m_columns;
     std::uint64_t m_count = 0;
-    char* m_next = m_few.data();               // where the next row begins
-    char* m_end = m_few.data() + m_few.size(); // of the memory that it can take
+    char* m_next; // where the next row begins
+    char* m_end;  // of the memory that it can take
     Chunk* m_chunks = nullptr;
     std::size_t m_nextSize = 4096;    // of the next chunk
     std::vector<const char*> m_index; // every Step-th row but the first
-    std::array<char, 448> m_few;      // the first rows, so that most results need no chunk
+    char m_few[448];                  // the first rows, so that most results need no chunk
 };
 
 } // namespace client

@@ -14,6 +14,7 @@
 #include <vector>
 
 // There if the tests are compiled with a sanitizer that watches the heap.
+// NOLINTNEXTLINE(bugprone-reserved-identifier)
 extern "C" [[gnu::weak]] int __sanitizer_get_ownership(const volatile void* object);
 
 namespace {

@@ -1,22 +1,14 @@
-// What a server may answer, well-formed or not, to whoever reads it in whatever way.
+#include "Fuzz.h"
 
 #include "../../platform/client/Link.h"
 
 #include <Kestro/Exception.h>
-#include <cstdlib>
 #include <cstring>
 #include <db_client.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 namespace {
-
-void check(bool holds)
-{
-    if (!holds) {
-        std::abort();
-    }
-}
 
 // Reads every byte that is handed out.
 void readRows(void* result, bool backwards)
@@ -50,15 +42,16 @@ void readRows(void* result, bool backwards)
 
 // The first byte says how the answer is read, and whether the rest are packets as they are, or
 // contents that get heads which are right: a length of one or two bytes, then so many.
-extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t size)
+void answer(std::string_view text)
 {
     constexpr std::size_t SocketRoom = 100'000;
-    if (size == 0 || size > SocketRoom) {
-        return 0;
+    if (text.empty() || text.size() > SocketRoom) {
+        return;
     }
-    const unsigned how = *data;
+    const auto how = static_cast<unsigned char>(text.front());
+    text.remove_prefix(1);
     std::string packets;
-    client::Fields input(data + 1, size - 1);
+    client::Fields input(text.data(), text.size());
     if ((how & 1) != 0) {
         packets = input.text(input.left());
     }
@@ -98,5 +91,4 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t siz
     }
     close(ends[0]);
     close(ends[1]);
-    return 0;
 }

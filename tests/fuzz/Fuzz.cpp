@@ -1,0 +1,165 @@
+// The readers of foreign text, each a target that FUZZ_TARGET names: see `./dev fuzz`.
+
+#include "Fuzz.h"
+
+#include "../../platform/client/Text.h"
+#include "../../programs/record/Identifier.h"
+
+#include <KestroDatabase>
+#include <KestroTableMap>
+#include <algorithm>
+#include <cctype>
+#include <db_client.h>
+#include <numeric>
+#include <set>
+#include <sys/mman.h>
+#include <unistd.h>
+
+namespace {
+
+using namespace Kestro;
+using namespace Kestro::Database;
+
+bool isIdentifier(std::string_view name)
+{
+    const auto isPart = [](unsigned char c) {
+        return c == '_' || c >= 0x80 || std::isalnum(c) != 0;
+    };
+    return !name.empty() && std::isdigit(static_cast<unsigned char>(name[0])) == 0 &&
+           std::ranges::all_of(name, isPart);
+}
+
+// What a literal with these bytes between its quotation marks says; fails on a bare mark.
+std::string unescaped(std::string_view text)
+{
+    constexpr std::string_view Letters = "0tnrZ\"'\\";
+    constexpr std::string_view Bytes("\0\t\n\r\x1a\"'\\", 8);
+    std::string all;
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        if (text[i] == '\\') {
+            check(++i < text.size() && Letters.find(text[i]) != std::string_view::npos);
+            all += Bytes[Letters.find(text[i])];
+        } else {
+            check(Bytes.find(text[i]) == std::string_view::npos);
+            all += text[i];
+        }
+    }
+    return all;
+}
+
+void escape(std::string_view input)
+{
+    std::string escaped(2 * input.size() + 1, '?');
+    const unsigned long length =
+        db_escape_string(nullptr, escaped.data(), input.data(), input.size());
+    check(length < escaped.size() && escaped[length] == '\0');
+    check(unescaped({escaped.data(), length}) == input);
+}
+
+void identifiers(std::string_view input)
+{
+    const std::string name = className(input);
+    check(!isClassName(name) || isIdentifier(name));
+    VariableNames names(name);
+    std::set<std::string> all{name};
+    for (const char separator : {',', '\n'}) {
+        const std::string column = names.add(input.substr(0, input.find(separator)));
+        check(isIdentifier(column) && all.insert(column).second);
+    }
+    check(literal(input).find_first_of("\n\r") == std::string::npos);
+    check(width(shortened(input, 10)) <= std::max<std::size_t>(10, 3));
+}
+
+void list(std::string_view input)
+{
+    const char separator = input.empty() ? ',' : input.front();
+    std::list<std::string> pieces;
+    const int count = string2list(pieces, std::string(input), separator, false);
+    check(static_cast<std::size_t>(count) == pieces.size());
+    std::string joined;
+    for (const std::string& piece : pieces) {
+        joined += piece + separator;
+    }
+    check(input.empty() ? pieces.empty() : joined == std::string(input) + separator);
+}
+
+// The input lies where a batch may have to end.
+void script(std::string_view input)
+{
+    constexpr std::size_t Limit = 1'048'576;
+    static const std::string before(Limit - 6000, 'x');
+    static const std::string between(7000, 'x');
+    const std::string content = before + std::string(input) + between + std::string(input);
+    const int file = memfd_create("script", 0);
+    check(write(file, content.data(), content.size()) == static_cast<ssize_t>(content.size()));
+    alignas(Connection) static char place[sizeof(Connection)]; // not used before execute()
+    const std::list<std::string> batches =
+        QueryFile(reinterpret_cast<Connection&>(place), "/proc/self/fd/" + std::to_string(file))
+            .batches();
+    close(file);
+    check(std::accumulate(batches.begin(), batches.end(), std::string()) == content);
+    for (const std::string& batch : batches) {
+        check(&batch == &batches.back() || batch.ends_with(";\n"));
+    }
+}
+
+// Taken apart word by word, a text never leaves less than a short look says.
+void statement(std::string_view input)
+{
+    const client::Leaves all = client::leaves(input);
+    check(client::leaves("/**/" + std::string(input)) >= all);
+    check(!client::isBlank(input) ||
+          (all == client::Leaves::Nothing && !client::asksAboutEarlier(input)));
+}
+
+void tableName(std::string_view input)
+{
+    const std::string text(input);
+    check(TableName(text, false).fqn() == "ky_" + text && TableName(text, false).name() == text);
+    const TableName full(text, true);
+    check(full.fqn() == text && full.name() == (text.starts_with("ky_") ? text.substr(3) : ""));
+}
+
+void value(std::string_view input)
+{
+    const std::string text(input);
+    long number = 0;
+    int low = 0;
+    std::string bytes;
+    char buffer[9];
+    KYDBKeyVarMap map;
+    map.push_back("number", number, KYDB_FLAG_SAVE)
+        .push_back("low", low, KYDB_FLAG_SAVE)
+        .push_back("bytes", bytes, KYDB_FLAG_SAVE)
+        .push_back("buffer", buffer, sizeof buffer, KYDB_FLAG_SAVE);
+    for (const char* name : {"number", "low", "bytes", "buffer"}) {
+        map.assign(name, text);
+    }
+    check(low == static_cast<int>(number) && bytes == text);
+    check(std::string_view(buffer) == std::string_view(text.c_str()).substr(0, sizeof buffer - 1));
+    const long before = number;
+    KYVarRef(number)->assign(std::to_string(number));
+    check(number == before);
+    std::string escaped;
+    KYVarRef(bytes)->append(escaped);
+    check(unescaped(escaped) == text);
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t size)
+{
+    struct Target {
+        std::string_view name;
+        void (*run)(std::string_view input);
+    };
+    static constexpr Target Targets[] = {
+        {"answer", answer}, {"escape", escape},       {"identifiers", identifiers},
+        {"list", list},     {"script", script},       {"statement", statement},
+        {"value", value},   {"table_name", tableName}};
+    static const Target& target =
+        *std::ranges::find(Targets, std::string_view(std::getenv("FUZZ_TARGET")), &Target::name);
+    check(&target != std::end(Targets));
+    target.run({reinterpret_cast<const char*>(data), size});
+    return 0;
+}
