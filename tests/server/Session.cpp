@@ -1,6 +1,7 @@
 #include "ServerTest.h"
 
 #include <KestroDatabase>
+#include <KestroTableMap>
 #include <cstdlib>
 #include <memory>
 #include <mysql.h>
@@ -140,6 +141,11 @@ TEST_F(Session, SeveralStatementsAreAllowedWhereTheyWereAskedFor)
     lent->connection().enableMultipleStatementsPerQuery();
     EXPECT_TRUE(carriesTwo(pool.reset(lent)->connection()));
     EXPECT_FALSE(carriesTwo(pool.getConnection(false).connection()));
+
+    Kestro::KYDBDatabase handle;
+    handle.DBConnection().disconnect();
+    handle.selectDB(database);
+    EXPECT_EQ(handle.Query("DO 1; DO 2", nullptr), 0);
 }
 
 // Every answer is the one that a plain link gets.
