@@ -12,7 +12,7 @@
 /// as told here.
 ///
 /// Distinct connection handles may be used by distinct threads; one handle and its results belong
-/// to one thread at a time. Only db_result_fetch_row throws.
+/// to one thread at a time. Only db_result_fetch_row throws, and any function std::bad_alloc.
 ///
 /// A program that defines these functions itself and exports them (-rdynamic) replaces the client.
 #pragma GCC visibility push(default)
@@ -24,8 +24,10 @@ extern "C" {
 ///
 /// The socket is the one that the environment variable MYSQL_UNIX_PORT names at this moment, else
 /// /var/run/mysql.sock if it exists, else the Connector's own default. The account is the login
-/// name of the process's effective user. No option files are read. A server that does not answer
-/// within 5 seconds fails the call; once the link is open, statements may take any time.
+/// name of the process's effective user. The handle keeps both: when its link is opened again, it
+/// is to the same socket and account. A link with TLS or compression fails (2000). No option files
+/// are read. A server that does not answer within 5 seconds fails the call; once the link is open,
+/// statements may take any time.
 ///
 /// Every link begins with the same session, whatever the server's global settings: character set
 /// utf8mb4, data files read as utf8mb4, and a sql_mode in which "..." is a text, \ escapes, and ""
@@ -72,17 +74,33 @@ int db_enable_multiple_statements_per_query(void* handle);
 ///
 /// A text of blanks and semicolons succeeds: nothing is sent. These are refused without being sent,
 /// and the link lives: a text longer than the server's max_allowed_packet (1153), and any text
-/// after the session's sql_mode or character set was changed so that escaped values are no longer
-/// safe (1231). To know the latter, the session is looked at before the next statement whenever one
-/// failed or the server told that one changed the session. A null handle fails with 2006, and so
-/// does, in a child process after fork, a link of the parent's.
+/// after the session was changed so that escaped values may not be safe any more (1231): by
+/// sql_mode, by the character set, or by switching off the server's reports of such changes. The
+/// replies themselves report them; the layer asks the server only where a reply cannot tell, such
+/// as that of a procedure or of a statement that failed half-way, and no later statement can see
+/// that it did. A null handle fails with 2006, and so does, in a child process after fork, a link
+/// of the parent's.
 ///
 /// A link that the server has closed is opened again before the text is sent, with the database and
-/// the permission for several statements that it had, if its session held nothing that could be
-/// missed: no transaction, temporary table, variable, prepared statement or lock, and the text does
-/// not ask about the statement before it. Otherwise the call fails with 2006, and the next one
-/// opens the link; if that fails, it is 2006 too, with the reason in its text. A text that was sent
-/// and not answered fails with 2013; it may have run, and is never sent again.
+/// the permission for several statements that it had, if nothing of its session can be missed.
+/// Otherwise one statement fails with 2006, unsent, and the next one opens the link; nothing but a
+/// statement uses that failure up. If opening fails it is 2006 too, with the reason in its text.
+///
+/// A lost session is replaced in silence only if every text that it ran is known to leave nothing
+/// behind, and the server's replies agree: ordinary SELECT, INSERT, UPDATE, DELETE, REPLACE, SHOW,
+/// LOAD DATA and definitions (CREATE, ALTER, DROP and the like) without TEMPORARY, transactions
+/// that have ended, with built-in functions only. Reading an @@variable and DROP TEMPORARY TABLE
+/// leave nothing. Whatever is not known leaves something: CALL, EXECUTE, a function that is not
+/// built in, a user variable, a comment that only some server versions execute, an unknown first
+/// word. The text to be sent next must neither ask for what an earlier one left (LAST_INSERT_ID(),
+/// ROW_COUNT(), PREVIOUS VALUE FOR, SHOW WARNINGS and the like) nor run what its words do not show.
+/// What a trigger, or a stored function that a view calls, does out of sight is not seen: a
+/// GET_LOCK() there, a variable that it sets by SELECT ... INTO, a LAST_INSERT_ID() that it reads.
+///
+/// A text that was sent and not answered fails with 2013, with 1927 if the link was killed, or 1053
+/// if the server shuts down; it may have run, is never sent again, and the next statement has a
+/// fresh session. An answer that is not understood closes the link and fails with 2027. If the
+/// server asks for a file of the program's, it does not get it, and the statement fails with 4166.
 int db_query(void* handle, const char* text, void** result);
 int db_use_query(void* handle, const char* text, void** result);
 
