@@ -85,7 +85,8 @@ bool isPlainQuery(std::string_view text)
         text.remove_suffix(1);
     }
     return text.find('(') == std::string_view::npos && text.find('@') == std::string_view::npos &&
-           text.find(';') == std::string_view::npos;
+           text.find(';') == std::string_view::npos &&
+           text.find('!') == std::string_view::npos; // of a comment that the server executes
 }
 
 // A word, a quoted name without its quotation marks, or one other character.

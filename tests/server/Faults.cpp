@@ -84,6 +84,7 @@ TEST_F(Faults, ALostSessionIsReplacedIfNothingIsMissed)
         {"select 1, get_lock ('a', 1)", done, true},
         {"SELECT `get_lock`('a', 1)", done, true},
         {"SELECT /*!50000GET_LOCK('a', 1)*/", done, true},
+        {"SELECT 1 /*M! FROM DUAL */", done, true},
         {"SELECT 1 -- don't\n, GET_LOCK('a', 1)", done, true},
         {"lock tables done write, information_schema.processlist read", done, true},
         {"/*!99999 nothing */ /*! LOCK TABLES done WRITE */", done, true},
