@@ -1,6 +1,8 @@
 #include "Item.h"
+#include "Proxy.h"
 #include "ServerTest.h"
 
+#include <atomic>
 #include <functional>
 #include <thread>
 
@@ -106,6 +108,52 @@ TEST_F(Transactions, AreNotCommittedOnceLost)
     insert(7);
     again.commit();
     EXPECT_EQ(rows(), "3,7");
+}
+
+TEST_F(Transactions, AreInDoubtWhenTheCommitHasNoAnswer)
+{
+    Proxy proxy;
+    Connection through(database);
+    Transaction transaction(through);
+    execute(through, "INSERT INTO t VALUES (1)");
+    proxy.left = 0;
+    try {
+        transaction.commit();
+        ADD_FAILURE() << "committed";
+    } catch (const DatabaseException& e) {
+        EXPECT_EQ(e.errorNumber(), 2013);
+        EXPECT_EQ(e.lineNumber(), 3U);
+    }
+    EXPECT_EQ(rows(), "1");
+}
+
+TEST_F(Transactions, OfASharedHandleAreNoOtherThreads)
+{
+    Kestro::KYDBDatabase handle;
+    handle.selectDB(database);
+    std::atomic<int> begun{0};
+    std::jthread other([&] {
+        for (int i = 1; i <= 50; ++i) {
+            while (begun < i) {
+            }
+            EXPECT_EQ(handle.Query("INSERT INTO t VALUES (" + literal(i) + ")", nullptr), 0);
+        }
+    });
+    for (int i = 1; i <= 50; ++i) {
+        Kestro::KYDBTransaction transaction(handle);
+        EXPECT_THROW(const Kestro::KYDBTransaction second(handle), DatabaseException);
+        ++begun;
+        EXPECT_EQ(handle.Query("INSERT INTO t VALUES (" + literal(-i) + ")", nullptr), 0);
+        if (i % 2 == 0) {
+            transaction.commit();
+        }
+    }
+    other.join();
+    EXPECT_EQ(value("SELECT CONCAT(SUM(v > 0), ' ', SUM(v < 0)) FROM t"), "50 25");
+    // Also after the connection was closed.
+    handle.DBConnection().disconnect();
+    Kestro::KYDBTransaction transaction(handle);
+    transaction.rollback();
 }
 
 } // namespace
