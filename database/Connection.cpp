@@ -156,19 +156,23 @@ std::string Connection::escapeString(const std::string& text) const
     return escaped;
 }
 
+std::uint32_t Connection::execute(const std::string& statement, RowParser* parser)
+{
+    Query query(*this, parser, true);
+    query << statement;
+    query.execute();
+    return query.affectedRows();
+}
+
 void Connection::dbCreate(const std::string& name)
 {
-    Query query(*this, nullptr, true);
-    query << "Create database " << name << ';';
-    query.execute();
+    execute("Create database " + name + ";");
 }
 
 void Connection::dbDelete(const std::string& name)
 {
     try {
-        Query query(*this, nullptr, true);
-        query << "Drop database " << name << ';';
-        query.execute();
+        execute("Drop database " + name + ";");
     } catch (const Exception& caught) {
         Exception refused("dbDelete", 4, DbDeleteFile, DbDeleteLine);
         refused.cause(caught);

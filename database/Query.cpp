@@ -60,13 +60,6 @@ struct FreeResult {
     throw DatabaseException(4, File, line, std::move(text), errorNumber);
 }
 
-void execute(Connection& connection, const std::string& statement)
-{
-    Query query(connection, nullptr, true);
-    query << statement;
-    query.execute();
-}
-
 } // namespace
 
 RowParser::~RowParser() = default;
@@ -214,8 +207,8 @@ QueryLoadData::QueryLoadData(Connection& connection, const std::string& database
     if (!QueryTableExists(connection, table).exists()) {
         raise(NoTableLine, "table not exist");
     }
-    execute(connection, "DELETE FROM " + table + ";");
-    execute(connection, "LOAD DATA INFILE '" + file + "' REPLACE INTO TABLE " + table + ";");
+    connection.execute("DELETE FROM " + table + ";");
+    connection.execute("LOAD DATA INFILE '" + file + "' REPLACE INTO TABLE " + table + ";");
 }
 
 QueryLoadData::~QueryLoadData() = default;

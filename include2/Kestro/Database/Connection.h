@@ -11,6 +11,8 @@
 
 namespace Kestro::Database {
 
+class RowParser;
+
 /// The library's own exception: its message is always "DatabaseException", and its string parameter
 /// has the server's text.
 class KESTRO_API DatabaseException : public Exception {
@@ -108,6 +110,11 @@ public:
     /// The text escaped for use inside a quoted SQL literal, "..." or '...'; any bytes may be in
     /// it.
     std::string escapeString(const std::string& text) const;
+
+    /// Runs a statement and returns the number of rows that it changed or delivered, as
+    /// Query::affectedRows() tells it. The text is sent as it is, and a result goes to the parser if
+    /// there is one. Throws what Query::execute() throws.
+    std::uint32_t execute(const std::string& statement, RowParser* parser = nullptr);
 
     /// Creates or drops a database. The name goes into the statement as it is: quote it where it
     /// needs quoting (`...`), and never pass text from outside. dbCreate throws what Query throws;
