@@ -17,12 +17,18 @@
 #include <stdexcept>
 #include <string_view>
 #include <type_traits>
+#include <typeinfo>
 #include <utility>
 
 namespace {
 
 constexpr std::size_t ShortText = 500;  // is escaped on the stack
-constexpr std::size_t ColumnInSql = 32; // a guess at what one comes to; more grows
+constexpr std::size_t ColumnInSql = 32; // a guess at its length; longer ones grow
+
+// What failures report as their place, whatever the lines of this file.
+constexpr char File[] = "KYTable";
+constexpr unsigned NoVariableLine = 1;
+constexpr char NoVariable[] = "no variable";
 
 void appendEscaped(std::string& out, const char* text, std::size_t length)
 {
@@ -41,7 +47,9 @@ void appendEscaped(std::string& out, const char* text, std::size_t length)
 std::string kydb_escape_string(const std::string& text)
 {
     std::string escaped;
-    appendEscaped(escaped, text.data(), text.size());
+    if (!text.empty()) {
+        appendEscaped(escaped, text.data(), text.size());
+    }
     return escaped;
 }
 
@@ -150,7 +158,9 @@ template <class T> VarRefBase* KYVarRefT<T>::dup() const
 
 template <class T> void KYVarRefT<T>::append(std::string& text) const
 {
-    if constexpr (std::is_integral_v<T>) {
+    if (typeid(*this) != typeid(KYVarRefT)) {
+        VarRefBase::append(text); // a derived kind may write something else
+    } else if constexpr (std::is_integral_v<T>) {
         char digits[std::numeric_limits<T>::digits10 + 2];
         text.append(digits, std::to_chars(std::begin(digits), std::end(digits), *m_var).ptr);
     } else {
@@ -192,7 +202,11 @@ VarRefBase* KYVarRefT<char*>::dup() const
 
 void KYVarRefT<char*>::append(std::string& text) const
 {
-    appendEscaped(text, m_buf, std::strlen(m_buf));
+    if (typeid(*this) != typeid(KYVarRefT)) {
+        VarRefBase::append(text);
+    } else {
+        appendEscaped(text, m_buf, std::strlen(m_buf));
+    }
 }
 
 KYVarRef::KYVarRef(int& variable) : m_ref(new KYVarRefT<int>(variable))
@@ -230,18 +244,53 @@ void KYVarRef::release()
     delete std::exchange(m_ref, nullptr);
 }
 
+namespace {
+
+// Numbers in decimal for as long as this lives, whatever a program has set in the stream.
+class DecimalNumbers {
+public:
+    explicit DecimalNumbers(std::ostream& os)
+        : m_os(os), m_flags(os.flags()), m_locale(os.getloc()),
+          m_isClassic(m_locale == std::locale::classic())
+    {
+        constexpr auto Kept = std::ios_base::adjustfield | std::ios_base::unitbuf;
+        os.flags(std::ios_base::dec | (m_flags & Kept));
+        if (!m_isClassic) {
+            os.imbue(std::locale::classic());
+        }
+    }
+    DecimalNumbers(const DecimalNumbers&) = delete;
+    DecimalNumbers& operator=(const DecimalNumbers&) = delete;
+    ~DecimalNumbers()
+    {
+        if (!m_isClassic) {
+            m_os.imbue(m_locale);
+        }
+        m_os.flags(m_flags);
+    }
+
+private:
+    std::ostream& m_os;
+    std::ios_base::fmtflags m_flags;
+    std::locale m_locale;
+    bool m_isClassic;
+};
+
+} // namespace
+
 std::ostream& operator<<(std::ostream& os, const KYVarRef& ref)
 {
+    const DecimalNumbers decimal(os);
     return ref->streamout(os);
 }
 
 std::ostream& operator<<(std::ostream& os, const DBSelectRange& range)
 {
     if (range.limit > 0) {
-        os << " LIMIT " << range.limit;
+        os << " LIMIT " << std::to_string(range.limit);
     }
     if (range.offset > 0) {
-        os << " OFFSET " << range.offset;
+        os << " OFFSET " << std::to_string(range.offset);
     }
     return os;
 }
@@ -287,7 +336,7 @@ void KYDBKeyVarMap::clear()
 int KYDBKeyVarMap::assign(const std::string& name, const std::string& value)
 {
     const Column* column = find(name);
-    if (column == nullptr) {
+    if (column == nullptr || column->variable.isNull()) {
         return -1;
     }
     column->variable->assign(value);
@@ -301,7 +350,10 @@ int KYDBKeyVarMap::parse(DBRowResult* row)
     }
     int index = 0;
     for (const Column& column : m_columns) {
-        column.variable->assign(db_result_get_value(row->connection, row->result, row->row, index));
+        if (!column.variable.isNull()) {
+            column.variable->assign(
+                db_result_get_value(row->connection, row->result, row->row, index));
+        }
         ++index;
     }
     return index;
@@ -311,10 +363,28 @@ void KYDBKeyVarMap::dump(std::ostream& os) const
 {
     int position = 0;
     for (const Column& column : m_columns) {
-        os << position << ':' << column.name << "::->" << column.variable << std::endl;
+        os << std::to_string(position) << ':' << column.name << "::->";
+        if (column.variable.isNull()) {
+            os << NoVariable;
+        } else {
+            os << column.variable;
+        }
+        os << std::endl;
         ++position;
     }
 }
+
+namespace {
+
+// Tells which column it is that fails.
+void name(Exception& failure, const std::string& column)
+{
+    const std::string& reason = failure.stringParameter();
+    failure.stringParameter("column " + column + ": " +
+                            (reason.empty() ? failure.message() : reason));
+}
+
+} // namespace
 
 // What write(text, column) appends for every selected column, with the separator between them.
 template <class Write> std::string KYDBKeyVarMap::ofSelected(int mask, const std::string& separator,
@@ -328,7 +398,12 @@ template <class Write> std::string KYDBKeyVarMap::ofSelected(int mask, const std
             if (!first) {
                 text += separator;
             }
-            write(text, column);
+            try {
+                write(text, column);
+            } catch (Exception& e) {
+                name(e, column.name);
+                throw;
+            }
             first = false;
         }
     }
@@ -339,6 +414,9 @@ namespace {
 
 void appendQuoted(std::string& text, const KYVarRef& variable)
 {
+    if (variable.isNull()) {
+        throw Exception(NoVariable, 4, File, NoVariableLine);
+    }
     const std::string& mark = variable->quotation();
     text += mark;
     variable->append(text);

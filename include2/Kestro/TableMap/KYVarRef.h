@@ -35,8 +35,9 @@ public:
     virtual void assign(const std::string& text) = 0;
     /// A new reference to the same variable; the caller owns it.
     virtual VarRefBase* dup() const = 0;
-    /// Appends to a text what streamout() writes to a fresh stream in the classic locale, which is
-    /// how the base does it; the library's own kinds do it without a stream.
+    /// Appends to a text what streamout() writes to a fresh stream in the classic locale, and so
+    /// does the base. The library's own kinds write without a stream, unless a kind is derived from
+    /// them: its streamout() counts.
     virtual void append(std::string& text) const;
 };
 
@@ -112,7 +113,8 @@ private:
     VarRefBase* m_ref = nullptr;
 };
 
-/// Writes the value as streamout() does. The handle must not be null.
+/// Writes the value as streamout() does, numbers in decimal whatever the stream's locale and flags
+/// say. The handle must not be null.
 KESTRO_API std::ostream& operator<<(std::ostream& os, const KYVarRef& ref);
 
 } // namespace Kestro
