@@ -115,6 +115,8 @@ struct Current : Database::RowImpl {
     {
         name = column(connection, result, row, 0).value_or("");
         name += handle->Query("DO 1", nullptr) == 0 ? "" : " and a refusal";
+        // Another thread looks at the error record without waiting for this statement.
+        std::thread([this] { name += handle->get_error_message(); }).join();
         return true;
     }
 };

@@ -58,7 +58,7 @@ public:
     Database::Connection& DBConnection();
     /// Runs a query through the handle and returns 0, or keeps number and message of its failure
     /// and returns -1. Does not run the hook. Throws std::runtime_error if there is no handle.
-    int execute(Database::Query& query);
+    [[nodiscard]] int execute(Database::Query& query);
 
     /// Number and message of the record's own last failure, 0 and "" before it; a success does not
     /// clear them.
@@ -83,7 +83,7 @@ public:
     std::string sql_valuesforfile(int mask);
     void dump(std::ostream& os);
     /// Stores a text in a column's variable and returns 0; -1 if the name is not bound.
-    int assign(const std::string& name, const std::string& value);
+    [[nodiscard]] int assign(const std::string& name, const std::string& value);
 
 protected:
     /// The hook: sets the table's name and the database and binds the columns. Runs in front of
@@ -111,12 +111,12 @@ class KESTRO_API KYDBTableSimple : public KYDBTableBase {
 public:
     /// Fetches by the columns with KYDB_FLAG_KEY; the parser, such as a KYDBRecordParser, fills the
     /// record. What a parser throws other than a Kestro::Exception passes through.
-    int get(Database::RowParser* parser);
+    [[nodiscard]] int get(Database::RowParser* parser);
     /// Inserts the columns with KYDB_FLAG_SAVE. With update a row that has one of their unique keys
     /// is updated instead of refused.
-    int save(bool update);
+    [[nodiscard]] int save(bool update);
     /// Deletes the rows that match the columns with KYDB_FLAG_KEY.
-    int remove();
+    [[nodiscard]] int remove();
 };
 
 /// The row parser that fills a record from the first row of a result:
@@ -161,7 +161,7 @@ public:
     Database::Connection& DBConnection();
     /// Runs a query through the handle and returns 0, or keeps number and message of its failure
     /// and returns -1. Does not run the hook. Throws std::runtime_error if there is no handle.
-    int execute(Database::Query& query);
+    [[nodiscard]] int execute(Database::Query& query);
 
     /// Number and message of this object's own last failure, 0 and "" before it; a success does not
     /// clear them.
