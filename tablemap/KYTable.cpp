@@ -28,18 +28,23 @@ constexpr std::size_t ColumnInSql = 32; // a guess at its length; longer ones gr
 // What failures report as their place, whatever the lines of this file.
 constexpr char File[] = "KYTable";
 constexpr unsigned NoVariableLine = 1;
+constexpr unsigned MisfitLine = 2;
 constexpr char NoVariable[] = "no variable";
+constexpr int UnknownError = 2000; // the client interface's number for a failure without another
 
-void appendEscaped(std::string& out, const char* text, std::size_t length)
+void escape(std::string& out, std::string_view text)
 {
+    if (text.empty()) {
+        return;
+    }
     char room[2 * ShortText + 1];
     std::unique_ptr<char[]> more;
     char* escaped = room;
-    if (length > ShortText) {
-        more = std::make_unique_for_overwrite<char[]>(2 * length + 1);
+    if (text.size() > ShortText) {
+        more = std::make_unique_for_overwrite<char[]>(2 * text.size() + 1);
         escaped = more.get();
     }
-    out.append(escaped, db_escape_string(nullptr, escaped, text, length));
+    out.append(escaped, db_escape_string(nullptr, escaped, text.data(), text.size()));
 }
 
 } // namespace
@@ -47,9 +52,7 @@ void appendEscaped(std::string& out, const char* text, std::size_t length)
 std::string kydb_escape_string(const std::string& text)
 {
     std::string escaped;
-    if (!text.empty()) {
-        appendEscaped(escaped, text.data(), text.size());
-    }
+    escape(escaped, text);
     return escaped;
 }
 
@@ -76,12 +79,6 @@ namespace {
 const std::string& noMark()
 {
     static const std::string mark;
-    return mark;
-}
-
-const std::string& doubleQuote()
-{
-    static const std::string mark = "\"";
     return mark;
 }
 
@@ -117,6 +114,34 @@ void VarRefBase::assign(const char* text)
     if (text != nullptr) {
         assign(std::string(text));
     }
+}
+
+bool VarRefBase::isNull() const
+{
+    return false;
+}
+
+void VarRefBase::assign(const char* value, std::size_t /*length*/)
+{
+    assign(value);
+}
+
+const std::string& VarRefBase::doubleQuote()
+{
+    static const std::string mark = "\"";
+    return mark;
+}
+
+void VarRefBase::appendEscaped(std::string& text, std::string_view plain)
+{
+    escape(text, plain);
+}
+
+void VarRefBase::refuse(const std::string& value)
+{
+    constexpr std::size_t Most = 100; // bytes of it that help
+    throw Exception("the value \"" + value.substr(0, Most) + "\" does not fit its variable", 4,
+                    File, MisfitLine);
 }
 
 template <class T> std::ostream& KYVarRefT<T>::streamout(std::ostream& os) const
@@ -164,7 +189,7 @@ template <class T> void KYVarRefT<T>::append(std::string& text) const
         char digits[std::numeric_limits<T>::digits10 + 2];
         text.append(digits, std::to_chars(std::begin(digits), std::end(digits), *m_var).ptr);
     } else {
-        appendEscaped(text, m_var->data(), m_var->size());
+        escape(text, *m_var);
     }
 }
 
@@ -205,7 +230,7 @@ void KYVarRefT<char*>::append(std::string& text) const
     if (typeid(*this) != typeid(KYVarRefT)) {
         VarRefBase::append(text);
     } else {
-        appendEscaped(text, m_buf, std::strlen(m_buf));
+        escape(text, m_buf);
     }
 }
 
@@ -295,6 +320,22 @@ std::ostream& operator<<(std::ostream& os, const DBSelectRange& range)
     return os;
 }
 
+namespace {
+
+// Lets failures of an action on a column say which column it was.
+template <class Action> void naming(const std::string& column, const Action& action)
+{
+    try {
+        action();
+    } catch (Exception& e) {
+        const std::string& reason = e.stringParameter();
+        e.stringParameter("column " + column + ": " + (reason.empty() ? e.message() : reason));
+        throw;
+    }
+}
+
+} // namespace
+
 KYDBKeyVarMap& KYDBKeyVarMap::push_back(const std::string& name, char* buffer, int size, int flags)
 {
     return push_back(name, KYVarRef(buffer, size), flags);
@@ -339,7 +380,7 @@ int KYDBKeyVarMap::assign(const std::string& name, const std::string& value)
     if (column == nullptr || column->variable.isNull()) {
         return -1;
     }
-    column->variable->assign(value);
+    naming(name, [&] { column->variable->assign(value); });
     return 0;
 }
 
@@ -351,8 +392,11 @@ int KYDBKeyVarMap::parse(DBRowResult* row)
     int index = 0;
     for (const Column& column : m_columns) {
         if (!column.variable.isNull()) {
-            column.variable->assign(
-                db_result_get_value(row->connection, row->result, row->row, index));
+            naming(column.name, [&] {
+                column.variable->assign(
+                    db_result_get_value(row->connection, row->result, row->row, index),
+                    db_result_field_length(row->result, index));
+            });
         }
         ++index;
     }
@@ -367,24 +411,16 @@ void KYDBKeyVarMap::dump(std::ostream& os) const
         if (column.variable.isNull()) {
             os << NoVariable;
         } else {
-            os << column.variable;
+            try {
+                os << column.variable;
+            } catch (const Exception& e) {
+                os << e.message();
+            }
         }
         os << std::endl;
         ++position;
     }
 }
-
-namespace {
-
-// Tells which column it is that fails.
-void name(Exception& failure, const std::string& column)
-{
-    const std::string& reason = failure.stringParameter();
-    failure.stringParameter("column " + column + ": " +
-                            (reason.empty() ? failure.message() : reason));
-}
-
-} // namespace
 
 // What write(text, column) appends for every selected column, with the separator between them.
 template <class Write> std::string KYDBKeyVarMap::ofSelected(int mask, const std::string& separator,
@@ -398,12 +434,7 @@ template <class Write> std::string KYDBKeyVarMap::ofSelected(int mask, const std
             if (!first) {
                 text += separator;
             }
-            try {
-                write(text, column);
-            } catch (Exception& e) {
-                name(e, column.name);
-                throw;
-            }
+            naming(column.name, [&] { write(text, column); });
             first = false;
         }
     }
@@ -416,6 +447,10 @@ void appendQuoted(std::string& text, const KYVarRef& variable)
 {
     if (variable.isNull()) {
         throw Exception(NoVariable, 4, File, NoVariableLine);
+    }
+    if (variable->isNull()) {
+        text += "NULL";
+        return;
     }
     const std::string& mark = variable->quotation();
     text += mark;
@@ -472,7 +507,7 @@ std::string KYDBKeyVarMap::valuesforfile(int mask) const
 {
     return ofSelected(mask, "\t",
                       [](std::string& text, const Column& column) {
-                          if (column.variable.isNull()) {
+                          if (column.variable.isNull() || column.variable->isNull()) {
                               text += "\\N";
                           } else {
                               column.variable->append(text);
@@ -548,7 +583,13 @@ KYDBTableBase::~KYDBTableBase() = default;
 
 int KYDBTableBase::parse(DBRowResult* row)
 {
-    return m_dbmap.parse(row);
+    try {
+        return m_dbmap.parse(row);
+    } catch (const Exception& e) {
+        keep(e);
+        m_failedInParse = true;
+        throw;
+    }
 }
 
 const std::string& KYDBTableBase::table_name()
@@ -575,7 +616,33 @@ Database::Connection& KYDBTableBase::DBConnection()
 
 int KYDBTableBase::execute(Database::Query& query)
 {
-    return executeThrough(m_dbDatabase, query, m_tableName, m_errorMessage, m_errorNumber);
+    std::string message;
+    int number = 0;
+    m_failedInParse = false;
+    const int status = executeThrough(m_dbDatabase, query, m_tableName, message, number);
+    if (status != 0 && !m_failedInParse) {
+        m_errorMessage = std::move(message);
+        m_errorNumber = number;
+    }
+    return status;
+}
+
+void KYDBTableBase::keep(const Exception& failure)
+{
+    m_errorMessage = failure.stringParameter();
+    m_errorNumber = UnknownError;
+}
+
+bool KYDBTableBase::writePairs(std::string& text, int mask, const std::string& separator)
+{
+    dbmap_init();
+    try {
+        text = m_dbmap.keyvalues(mask, separator);
+        return true;
+    } catch (const Exception& e) {
+        keep(e);
+        return false;
+    }
 }
 
 void KYDBTableBase::sql_keys(std::ostream& os, int mask, const std::string& prefix)
@@ -647,13 +714,21 @@ void KYDBTableBase::dump(std::ostream& os)
 int KYDBTableBase::assign(const std::string& name, const std::string& value)
 {
     dbmap_init();
-    return m_dbmap.assign(name, value);
+    try {
+        return m_dbmap.assign(name, value);
+    } catch (const Exception& e) {
+        keep(e);
+        return -1;
+    }
 }
 
 int KYDBTableSimple::get(Database::RowParser* parser)
 {
     Database::Query query(DBConnection(), parser, true);
-    const std::string condition = sql_keyvalues(KYDB_FLAG_KEY, " AND ");
+    std::string condition;
+    if (!writePairs(condition, KYDB_FLAG_KEY, " AND ")) {
+        return -1;
+    }
     query << "SELECT " << sql_keys(KYDB_FLAG_ALL, "") << " FROM " << table_name() << " WHERE "
           << condition << ';';
     return execute(query) == 0 ? 0 : -1;
@@ -662,7 +737,10 @@ int KYDBTableSimple::get(Database::RowParser* parser)
 int KYDBTableSimple::save(bool update)
 {
     Database::Query query(DBConnection(), nullptr, true);
-    const std::string assignments = sql_keyvalues(KYDB_FLAG_SAVE, ",");
+    std::string assignments;
+    if (!writePairs(assignments, KYDB_FLAG_SAVE, ",")) {
+        return -1;
+    }
     // Straight into the buffer: a stream's own operators cost as much as a copy of the text.
     std::streambuf& buffer = *query.rdbuf();
     const auto write = [&buffer](std::string_view text) {
@@ -687,7 +765,10 @@ int KYDBTableSimple::save(bool update)
 int KYDBTableSimple::remove()
 {
     Database::Query query(DBConnection(), nullptr, true);
-    const std::string condition = sql_keyvalues(KYDB_FLAG_KEY, " AND ");
+    std::string condition;
+    if (!writePairs(condition, KYDB_FLAG_KEY, " AND ")) {
+        return -1;
+    }
     query << "DELETE FROM " << table_name() << " WHERE " << condition;
     try {
         return execute(query) == 0 ? 0 : -1;

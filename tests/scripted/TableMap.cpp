@@ -3,6 +3,8 @@
 
 #include <KestroTableMap>
 #include <basepp/dbg.h>
+#include <limits>
+#include <locale>
 #include <sstream>
 
 namespace {
@@ -51,6 +53,12 @@ template <class T> struct Masked : KYVarRefT<T> {
     VarRefBase* dup() const override { return new Masked(*this); }
 };
 
+struct MaskedExact : KYExactRef<double> {
+    using KYExactRef::KYExactRef;
+    std::ostream& streamout(std::ostream& os) const override { return os << "***"; }
+    VarRefBase* dup() const override { return new MaskedExact(*this); }
+};
+
 TEST(TableMap, WhatAKindStreamsIsWrittenEverywhere)
 {
     int number = 1;
@@ -61,7 +69,9 @@ TEST(TableMap, WhatAKindStreamsIsWrittenEverywhere)
     map.push_back("t", KYVarRef(new Masked<std::string>(text)), 1);
     map.push_back("b", KYVarRef(new Masked<char*>(buffer, sizeof buffer)), 1);
     EXPECT_EQ(map.values(1), "(***,\"***\",\"***\")");
-    EXPECT_EQ(map.valuesforfile(1), "***\t***\t***\n");
+    double exact = 0.1;
+    map.push_back("d", KYVarRef(new MaskedExact(exact)), 1);
+    EXPECT_EQ(map.valuesforfile(1), "***\t***\t***\t***\n");
 }
 
 // Groups digits by threes.
@@ -83,6 +93,58 @@ TEST(TableMap, NumbersAreDecimalInEveryStream)
     map.dump(os);
     EXPECT_EQ(os.str().substr(0, 38), " LIMIT 1000 OFFSET 2000|12345|0x1,000|");
     EXPECT_NE(os.str().find("10:10::->12345\n"), std::string::npos);
+}
+
+// The value in a statement and in a data file, or why it is not there.
+template <class T> std::string written(T value)
+{
+    KYDBKeyVarMap map;
+    map.push_back("v", KYVarRef::exact(value), 1);
+    const std::string failure = failureOf([&] { (void)map.valuesforfile(1); });
+    return failure.empty() ? map.values(1) + map.valuesforfile(1) : failure;
+}
+
+// What a variable with this value holds after it was assigned a text, and why not the text.
+template <class T> std::string assigned(T value, const std::string& text)
+{
+    KYDBKeyVarMap map;
+    map.push_back("v", KYVarRef::exact(value), 1);
+    const std::string failure = failureOf([&] { EXPECT_EQ(map.assign("v", text), 0); });
+    return map.values(1) + failure;
+}
+
+TEST(TableMap, ExactReferencesWriteAndTakeTheWholeValue)
+{
+    using namespace std::chrono;
+    using namespace std::string_literals;
+    const auto misfit = [](const std::string& value, const std::string& text) {
+        const std::string why = "the value \"" + text + "\" does not fit its variable";
+        return value + why + " (4) at KYTable:2: column v: " + why;
+    };
+    const Table<std::string, std::string> rows = {
+        {written(0.1), "(0.1)0.1\n"},
+        {written(0.1F), "(0.10000000149011612)0.10000000149011612\n"},
+        {written(std::numeric_limits<std::uint64_t>::max()),
+         "(18446744073709551615)18446744073709551615\n"},
+        {written(true), "(1)1\n"},
+        {written(std::optional<int>(7)), "(7)7\n"},
+        {written(std::optional<double>()), "(NULL)\\N\n"},
+        {written(std::optional("\"\0"s)), R"(("\"\0")\"\0)"s + '\n'},
+        {written(std::optional(""s)), "(\"\")\n"},
+        {written(2026y / 1 / 31), "(\"2026-01-31\")2026-01-31\n"},
+        {written(std::optional(std::numeric_limits<double>::infinity())),
+         "SQL has no infinity (4) at ValueText:1: column v: SQL has no infinity"},
+        {assigned(1U, "4294967295"), "(4294967295)"},
+        {assigned(1U, "4294967296"), misfit("(1)", "4294967296")},
+        {assigned(std::optional<int>(), "-1 "), misfit("(NULL)", "-1 ")},
+        {assigned(std::optional<long>(), "-1"), "(-1)"},
+        {assigned(true, "2"), misfit("(1)", "2")},
+        {assigned(1.5, std::string(101, 'x')), misfit("(1.5)", std::string(100, 'x'))},
+        {assigned("old"s, "a\0b"s), "(\"a\\0b\")"},
+    };
+    for (const auto& [actual, expected] : rows) {
+        EXPECT_EQ(actual, expected);
+    }
 }
 
 TEST(TableMap, NullHandlesAreNeverFollowed)
@@ -239,7 +301,8 @@ TEST(TableMap, RecordsWithoutADatabaseThrow)
     EXPECT_EQ(message([&] { (void)user.save(true); }), start);
     EXPECT_EQ(message([&] { (void)user.remove(); }), start);
     EXPECT_EQ(message([&] { users.DBConnection(); }), start);
-    EXPECT_EQ(message([&] { (void)users.execute(query); }), "Database (execute) not set for table:users");
+    EXPECT_EQ(message([&] { (void)users.execute(query); }),
+              "Database (execute) not set for table:users");
 }
 
 } // namespace

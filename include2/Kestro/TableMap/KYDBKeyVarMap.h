@@ -69,11 +69,14 @@ public:
     void clear();
 
     /// Stores a text in the name's variable and returns 0; -1 if the name is not bound, or bound to
-    /// a null handle.
+    /// a null handle. Throws Exception, whose string parameter names column and value, if an exact
+    /// reference does not take the text.
     [[nodiscard]] int assign(const std::string& name, const std::string& value);
     /// Fills the variables from the columns of a row, by position, and returns size(); -1 for null.
-    /// A NULL leaves its variable as it is, and so does a column that the row does not have. The
-    /// column of a null handle is skipped.
+    /// NULL, and a column that the row does not have, empties a std::optional and leaves every
+    /// other variable as it is; the column of a null handle is skipped. Throws Exception as
+    /// assign() does: the columns before that one are filled. If there are exact references, the
+    /// row must be the one fetched last.
     int parse(DBRowResult* row);
     /// Writes a line for each name, for people: position, name and value, numbers in decimal.
     void dump(std::ostream& os) const;
