@@ -116,7 +116,6 @@ void Connection::disconnect()
         db_disconnect(m_handle);
         m_state = Disconnected;
         m_handle = nullptr;
-        lose(GoneAway);
     }
 }
 
