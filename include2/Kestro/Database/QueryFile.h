@@ -26,9 +26,9 @@ public:
     /// batches and no error. The connection must outlive the object.
     QueryFile(Connection& connection, const std::string& path);
 
-    /// Sends every batch in turn, as often as it is called. The first that is refused ends it with
-    /// what Query::execute() throws: the batches before it have run, of its own statements those
-    /// before the failing one, and nothing behind. A batch ends at its first NUL, if it has one.
+    /// Sends every batch in turn, as often as it is called. It stops at the first that is refused
+    /// and throws what Query::execute() throws. The batches before it have run then, and its own
+    /// statements up to the failing one; nothing behind that has. A batch ends at its first NUL.
     ///
     /// The connection must allow several statements in one text. Its session is afterwards what the
     /// script made of it: another database, autocommit switched off so that what follows is lost,
@@ -42,10 +42,10 @@ public:
     /// uncommitted are rolled back at its end. Throws also what Connection throws.
     void executeInOwnSession();
 
-    /// The batches: joined, they are the file, byte for byte. Empty for an empty file and for one
-    /// that could not be opened: only a look at the file itself tells which.
+    /// The batches. Joined, they are the file, byte for byte. There are none for an empty file and
+    /// for one that could not be opened; to tell which it is, look at the file.
     const std::list<std::string>& batches() const& { return m_statements; }
-    /// By value, so that a loop may run over the batches of a temporary.
+    /// By value, so that a loop over the batches of a temporary is safe.
     std::list<std::string> batches() && { return std::move(m_statements); }
 
 private:
