@@ -34,14 +34,16 @@ public:
 ///     query.execute();
 ///
 /// The text is sent exactly as written, in one call: nothing is escaped, quoted or terminated on
-/// the way. Numbers are written in the classic locale, and floating-point ones in the shortest form
-/// that reads back as the same value, unless the stream is told otherwise (std::fixed, or a
-/// precision other than 6); a float is written as the double that it is. NaN and infinity, which
-/// SQL does not have, make execute() refuse. signed char and unsigned char, and so std::int8_t and
-/// std::uint8_t, are characters to a stream: literal() writes them as numbers. A Query refers to
-/// its connection and parser and owns neither; both must outlive it. It is meant for one statement:
-/// executing leaves the text and the place to write at as they are, so that what is written
-/// afterwards is appended, and executing again sends it all again.
+/// the way. A Query refers to its connection and parser and owns neither; both must outlive it. It
+/// is meant for one statement: execute() leaves the text and the write position as they are, so
+/// what is written afterwards is appended, and the next execute() sends all of it again.
+///
+/// Numbers are written as the classic locale writes them, and floating-point ones in the shortest
+/// form that reads back as the same value, unless the stream is told another format (std::fixed, or
+/// a precision other than 6). A float is written as the double of the same value. SQL has neither
+/// NaN nor infinity: execute() refuses a text into which one was written. To a stream, signed char
+/// and unsigned char, and so std::int8_t and std::uint8_t, are characters; literal() writes them as
+/// numbers.
 ///
 /// The buffer, rdbuf(), is a std::stringbuf for reading and writing: seekp() lets a program
 /// overwrite a part of the text, and a std::istream on the buffer reads it. Do not give it memory

@@ -13,11 +13,11 @@ namespace Kestro::Database {
 ///
 ///     QueryFile(connection, "/usr/share/app/schema.sql").executeInOwnSession();
 ///
-/// The SQL is not read: the file is cut only behind ";" and a line feed, and each batch is sent as
-/// one text of several statements. A file whose lines end in CR LF, or without any such end of a
-/// statement, is one batch, however large; a ";" at the end of a line inside a text or a
-/// procedure's body may be a cut like any other. DELIMITER is a word of the command-line client and
-/// no SQL: the server refuses it. docs/scripts-and-loads.md tells more.
+/// The SQL is not parsed. The file is cut behind ";" and a line feed, nowhere else, and each batch
+/// is sent as one text of several statements. So a file whose lines end in CR LF is one batch,
+/// however large, and a ";" at the end of a line inside a text or a procedure's body may be cut at
+/// too. DELIMITER is a command of the command-line client, not SQL: the server refuses it, and
+/// Script (Script.h) reads it. docs/scripts-and-loads.md says more.
 ///
 /// Threads: one QueryFile, and its connection, belong to one thread at a time.
 class KESTRO_API QueryFile {
