@@ -125,6 +125,17 @@ bool Wire::sendBoth(std::string_view head, std::string_view text) const
     return true;
 }
 
+// Receives until this many bytes are there and not yet taken.
+inline bool Wire::fill(std::size_t size)
+{
+    while (m_end - m_begin < size) {
+        if (!receiveMore()) {
+            return false;
+        }
+    }
+    return true;
+}
+
 // Moves the parts of a long packet together.
 unsigned char* Wire::receiveSlowly(std::size_t& size)
 {
@@ -156,31 +167,31 @@ unsigned char* Wire::receiveSlowly(std::size_t& size)
     }
 }
 
-// Reads until this many bytes are received and not taken.
-bool Wire::fill(std::size_t size)
+// Receives at least one byte.
+bool Wire::receiveMore()
 {
-    while (m_end - m_begin < size) {
-        // poll() rather than a blocking recv(): that one is also woken when the server reads the
-        // command, which doubles the context switches per statement.
-        if (!m_answered && !awaitInput()) {
-            return false;
-        }
-        m_answered = true;
-        if (m_begin == m_end) {
-            m_begin = m_end = 0;
-        } else if (m_end == m_capacity) {
-            makeRoom();
-        }
+    // poll() rather than a blocking recv(): that one is also woken when the server reads the
+    // command, which doubles the context switches per statement.
+    if (!m_answered && !awaitInput()) {
+        return false;
+    }
+    m_answered = true;
+    if (m_begin == m_end) {
+        m_begin = m_end = 0;
+    } else if (m_end == m_capacity) {
+        makeRoom();
+    }
+    for (;;) {
         const ssize_t got =
             recv(m_socket, m_buffer.get() + m_end, m_capacity - m_end, MSG_DONTWAIT);
         if (got > 0) {
             m_end += static_cast<std::size_t>(got);
-        } else if (got == 0 || (errno == EAGAIN && !awaitInput()) ||
-                   (errno != EAGAIN && errno != EINTR)) {
+            return true;
+        }
+        if (got == 0 || (errno == EAGAIN && !awaitInput()) || (errno != EAGAIN && errno != EINTR)) {
             return false;
         }
     }
-    return true;
 }
 
 // The buffer grows with the bytes that came, not with the length that a packet announces.

@@ -68,6 +68,7 @@ private:
     }
     unsigned char* receiveSlowly(std::size_t& size);
     bool fill(std::size_t size);
+    bool receiveMore();
     void makeRoom();
     bool awaitInput() const;
     bool sendBoth(std::string_view head, std::string_view text) const;
