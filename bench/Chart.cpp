@@ -13,7 +13,7 @@ namespace bench {
 namespace {
 
 constexpr int Width = 720;
-constexpr int Left = 110; // of the bars
+constexpr int Left = 110; // where the bars begin
 constexpr int Longest = 430;
 constexpr int Title = 44;
 constexpr int Step = 26;
@@ -32,7 +32,7 @@ void draw(std::ofstream& svg, const Chart& chart, std::size_t top)
     const Chart::Bar& first = chart.bars.front();
     const double one =
         Longest * first.value / std::ranges::max(chart.bars, {}, &Chart::Bar::value).value;
-    std::ostringstream values; // in front of the line
+    std::ostringstream values; // drawn over the line
     for (const Chart::Bar& bar : chart.bars) {
         const std::string_view colour = bar.name == "kestro"     ? "#c2410c"
                                         : bar.name == first.name ? "#57606a"
@@ -49,7 +49,7 @@ void draw(std::ofstream& svg, const Chart& chart, std::size_t top)
                << "</text>\n";
         top += Step;
     }
-    // Where 1 is.
+    // The line marks the value of the first bar.
     svg << "<line x1=\"" << Left + one << "\" x2=\"" << Left + one << "\" y1=\""
         << top - Step * chart.bars.size() - 4 << "\" y2=\"" << top
         << "\" stroke=\"#24292f\" stroke-dasharray=\"3 3\"/>\n"

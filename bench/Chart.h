@@ -5,7 +5,7 @@
 
 namespace bench {
 
-/// Bars under a title, the first of which is what the others are compared with.
+/// Bars under a title. The other bars are compared with the first one.
 struct Chart {
     struct Bar {
         std::string name;
@@ -14,14 +14,14 @@ struct Chart {
 
     std::string title;
     std::vector<Bar> bars;
-    const char* unit; ///< of the values, to be shown behind them
+    const char* unit; ///< shown after each value
 };
 
 /// Takes `--svg FILE` out of a program's arguments; returns the file, "" if there is none.
 std::string takeChartFile(std::vector<std::string>& arguments);
 
-/// Draws the charts one under the other, as SVG. Throws std::runtime_error if the file cannot be
-/// written. Without a file it does nothing.
+/// Draws the charts one below the other into an SVG file. Throws std::runtime_error if the file
+/// cannot be written. Does nothing if the file is "".
 void draw(const std::vector<Chart>& charts, const std::string& file);
 
 } // namespace bench

@@ -5,7 +5,7 @@
 
 namespace bench {
 
-/// A row that is written: 6 columns, texts of about 20 characters with what must be escaped.
+/// A row to be written: 6 columns, some of them texts of about 20 characters that must be escaped.
 struct Item {
     int id = 0;
     std::string a = "twenty characters \"a";
@@ -14,7 +14,7 @@ struct Item {
     long d = 0;
     std::string e = "nothing to be escaped";
 
-    /// Becomes the item of this number, whose id is one of so many.
+    /// Becomes the item of this number. Its id is below `ids`.
     void turn(int number, int ids)
     {
         id = number % ids;
@@ -23,12 +23,12 @@ struct Item {
     }
 };
 
-/// How many ids the upserts use: most of them find a row to update.
+/// The number of ids that the upserts use; it is small, so that most upserts update a row.
 constexpr int UpsertIds = 1'000;
 
-/// Makes the table "item" anew, without rows.
+/// Creates the table "item" without rows, replacing an earlier one.
 void makeItems(const std::string& engine);
-/// A checksum of all that is in it.
+/// A checksum of all its rows.
 std::uint64_t sumOfItems();
 
 } // namespace bench

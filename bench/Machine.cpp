@@ -37,7 +37,7 @@ double ticks(double number)
     return number * 1e3 / static_cast<double>(sysconf(_SC_CLK_TCK));
 }
 
-// The private server's process: its number stands beside its socket. 0 if there is none.
+// The process of the private server, from the file beside its socket; 0 if there is none.
 pid_t server()
 {
     const char* socket = std::getenv("MYSQL_UNIX_PORT");
@@ -53,7 +53,7 @@ double serverCpu()
     std::ifstream stat("/proc/" + std::to_string(server()) + "/stat");
     std::string word;
     std::getline(stat, word, ')'); // the name may have blanks
-    constexpr int BehindName = 11; // fields up to utime
+    constexpr int BehindName = 11; // fields between the name and utime
     for (int field = 0; field < BehindName; ++field) {
         stat >> word;
     }
@@ -63,7 +63,7 @@ double serverCpu()
     return ticks(user + system);
 }
 
-// Of all processors, by whomever; time that the machine itself did not get counts as taken.
+// Processor time that all processes took. Time that the virtual machine did not get counts, too.
 double busyCpu()
 {
     std::ifstream stat("/proc/stat");
@@ -93,7 +93,7 @@ double clockNow()
         .count();
 }
 
-// A line of /proc/self/status in MiB.
+// The value of a line of /proc/self/status, in MiB.
 double memoryLine(const std::string& name)
 {
     std::ifstream status("/proc/self/status");
@@ -125,7 +125,7 @@ double ownCpu()
 
 double memoryAtStart()
 {
-    std::ofstream("/proc/self/clear_refs") << 5; // the peak starts anew
+    std::ofstream("/proc/self/clear_refs") << 5; // resets the peak
     return memoryLine("VmRSS:");
 }
 
@@ -150,14 +150,14 @@ OneProcessor::OneProcessor()
     if (server() == 0 || sched_getaffinity(server(), sizeof m_server, &m_server) != 0) {
         throw std::runtime_error("no private server is there");
     }
-    std::size_t last = CPU_SETSIZE - 1; // the first has the most to do beside us
+    std::size_t last = CPU_SETSIZE - 1; // not the first, which serves most interrupts
     while (!CPU_ISSET(last, &m_own)) {
         --last;
     }
     cpu_set_t one;
     CPU_ZERO(&one);
     CPU_SET(last, &one);
-    keepOn(server(), one); // threads that it starts later stay there too
+    keepOn(server(), one); // threads that it starts later inherit this
     keepOn(getpid(), one);
 }
 

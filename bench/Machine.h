@@ -5,31 +5,31 @@
 #include <sys/types.h>
 #include <thread>
 
-/// What the system tells about processors and memory. Times are in milliseconds, memory in MiB.
+/// Processors and memory, as the system reports them. Times are in milliseconds, memory in MiB.
 namespace bench {
 
-/// Processor time of this process and the children that it has waited for.
+/// Processor time of this process and of the children that it has waited for.
 double ownCpu();
 
-/// Begins to watch this process's memory, and returns what it has now.
+/// Resets the peak of this process's memory, and returns its present memory.
 double memoryAtStart();
-/// The most that this process had since then above what it had, or the most of a child that it has
-/// waited for.
+/// The peak since memoryAtStart(), less what that returned; or the peak of a child that the process
+/// has waited for, if that is more.
 double peakMemory(double atStart);
 
-/// Measures what processes other than this one, its children and the server take.
+/// Measures the processor time of all processes but this one, its children and the server.
 class ForeignCpu {
 public:
     ForeignCpu();
-    /// Their part of all processors' time since construction.
+    /// Their share of all processors' time since construction, from 0 to 1.
     double share() const;
 
 private:
-    double m_start; // of the clock
+    double m_start; // when it was constructed
     double m_foreign;
 };
 
-/// Keeps this process, the children that it starts, and the server on one processor.
+/// Keeps this process, the children that it starts, and the server on one processor while it lives.
 class OneProcessor {
 public:
     OneProcessor();
@@ -42,7 +42,8 @@ private:
     cpu_set_t m_server;
 };
 
-/// A second thread, which does nothing: locks and counters cost more where a process has one.
+/// A second thread that does nothing. Locks and reference counts cost more in a process that has
+/// one.
 class IdleThread {
 public:
     IdleThread();

@@ -18,14 +18,14 @@ namespace bench {
 namespace {
 
 constexpr int DefaultRounds = 5;
-constexpr double Disturbance = 0.1; // of all processors' time, taken by others
+constexpr double Disturbance = 0.1; // share of all processors' time taken by others
 constexpr int Repetitions = 3;
 
-// What one run tells; times are in milliseconds, memory in MiB.
+// The result of one run; times are in milliseconds, memory in MiB.
 struct Sample {
     double wall = 0;
     double cpu = 0;
-    double peak = 0; // above what the process had at its start
+    double peak = 0; // less what the process had at its start
     std::uint64_t checksum = 0;
 };
 
@@ -79,7 +79,7 @@ Sample runOnce(const Way& way, int size)
     return sample;
 }
 
-// Runs the ways of one scenario and remembers what disturbed them.
+// Runs the ways of one scenario and records how much other processes disturbed them.
 class Comparison {
 public:
     Comparison(const Scenario& scenario, int rounds) : m_scenario(scenario)
@@ -168,7 +168,7 @@ private:
     const Scenario& m_scenario;
     Table m_table;
     std::optional<std::uint64_t> m_checksum;
-    std::vector<double> m_foreign; // the runs that count
+    std::vector<double> m_foreign; // of the runs that count
     int m_runs = 0;
     int m_repeated = 0;
     int m_disturbed = 0;

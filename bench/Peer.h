@@ -8,15 +8,15 @@
 #include <vector>
 
 /// Other C++ libraries for the same server do the same work, each in the way that its manual shows.
-/// Each stands in a source of its own in peers/, and is left out where it is not installed.
+/// Each has a source file of its own in peers/ and is left out if it is not installed.
 namespace bench {
 
 /// How many connections a pool has.
 constexpr unsigned PoolSize = 4;
-/// The statement that is run on each loan; its answer is 1.
+/// The statement that is run on each loan; its result is 1.
 constexpr char CycleStatement[] = "SELECT 1";
 
-/// A pool of that many connections, for any number of threads.
+/// A pool of PoolSize connections, for any number of threads.
 class Pool {
 public:
     Pool() = default;
@@ -24,12 +24,12 @@ public:
     Pool(const Pool&) = delete;
     Pool& operator=(const Pool&) = delete;
 
-    /// Borrows a connection, runs the statement, and gives the connection back. Returns false if no
-    /// connection was to be had; throws if the statement fails.
+    /// Borrows a connection, runs CycleStatement, and returns the connection. Returns false if it
+    /// got no connection; throws if the statement fails.
     virtual bool cycle() = 0;
 };
 
-/// What a peer can do: null where it has no natural way. Each function works as Way::run.
+/// The ways of one peer, each like Way::run; null where the peer has no natural way.
 struct Peer {
     using Run = std::uint64_t (*)(int size);
 
@@ -43,15 +43,15 @@ struct Peer {
     std::unique_ptr<Pool> (*pool)();
 };
 
-/// To be called once by each peer, before main().
+/// Registers a peer. Each peer calls it once, before main(). Returns true.
 bool addPeer(const Peer& peer);
-/// All of them.
+/// All registered peers.
 const std::vector<Peer>& peers();
 
-/// Appends the ways of those peers that can do the work.
+/// Appends the way `run` of each peer that has it.
 void addPeerWays(std::vector<Way>& ways, Peer::Run Peer::*run);
 
-/// What peers log in with; the socket is MYSQL_UNIX_PORT.
+/// The login name and the socket for peers.
 std::string account();
 std::string serverSocket();
 

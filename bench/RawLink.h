@@ -10,18 +10,18 @@ namespace bench {
 /// The database of all measurements.
 constexpr char BenchDatabase[] = "kestro_bench";
 
-/// A link of the raw C client to that database; every failure throws std::runtime_error with the
-/// server's text.
+/// A connection of the raw C client to that database. Every failure throws std::runtime_error with
+/// the server's message.
 class RawLink {
 public:
-    /// Creates the database if it is not there.
+    /// Creates the database if it does not exist.
     explicit RawLink(unsigned long clientFlags = 0);
 
     MYSQL* get() const { return m_link.get(); }
     void check(bool success) const;
     /// Runs a statement.
     void run(std::string_view statement) const;
-    /// The first column of the only row of its result.
+    /// Runs a statement whose result has one row, and returns the first value.
     std::string value(std::string_view statement) const;
 
 private:
@@ -31,7 +31,7 @@ private:
 /// A result of the raw C client.
 class RawResult {
 public:
-    /// By mysql_store_result or mysql_use_result, of the statement that was run last.
+    /// Takes over the result, of mysql_store_result or mysql_use_result, of the last statement.
     RawResult(const RawLink& link, MYSQL_RES* result)
         : m_link(link), m_result(result, mysql_free_result)
     {

@@ -9,7 +9,8 @@
 
 namespace bench {
 
-/// The raw client's links, lent by mutex and condition variable: what one writes without a pool.
+/// Connections of the raw client, lent under a mutex and a condition variable, as one would write a
+/// pool by hand.
 class RawPool : public Pool {
 public:
     RawPool()

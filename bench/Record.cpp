@@ -21,8 +21,8 @@ void add(std::uint64_t& checksum, const Record& record)
 void makeRecords(int rows)
 {
     const std::string count = std::to_string(rows);
-    // MyISAM is read fastest: the server's time hides least of the client's. An eighth has few
-    // digits, so that every client reads the same number from it.
+    // MyISAM is read fastest, so that the server's time hides least of the client's. Eighths have
+    // few digits, so that every client reads the same number.
     RawLink().run("CREATE TABLE IF NOT EXISTS record_" + count +
                   " (id INT PRIMARY KEY, amount INT, name VARCHAR(20), text VARCHAR(60),"
                   " value DOUBLE) ENGINE=MyISAM"

@@ -7,7 +7,7 @@
 
 namespace bench {
 
-/// A row of the table that is read: two numbers, two texts and a fraction.
+/// A row of the table that is read: two integers, two texts and a floating-point number.
 struct Record {
     int id = 0;
     int amount = 0;
@@ -32,15 +32,15 @@ private:
     }
 };
 
-/// Cheap, so that it does not hide what is measured; a row lost, doubled or out of place changes
-/// it.
+/// Adds a record to a checksum. It is cheap, so that it does not hide what is measured. A row that
+/// is lost, doubled or out of place changes the checksum.
 void add(std::uint64_t& checksum, const Record& record);
 
-/// Makes a table of this many rows unless it is there, their ids being 1 and so on.
+/// Creates a table of this many rows, with ids from 1 on, unless it exists.
 void makeRecords(int rows);
-/// The statement that reads all of it.
+/// The statement that reads the whole table.
 std::string selectRecords(int rows);
-/// The beginning of the one that reads one row: its id comes behind.
+/// The statement that reads one row, without the row's id at its end.
 std::string selectRecord(int rows);
 
 } // namespace bench

@@ -2,8 +2,8 @@
 //
 //     contention [ROUNDS] [--svg FILE]
 //
-// What a pool does when its connections are all lent shows in the longest wait and in the thread
-// that got least. All run in one process, in turns.
+// The longest wait, and the figure of the thread that ran fewest statements, show what a pool does
+// when all its connections are lent. All ways run in one process, in turns.
 
 #include "Chart.h"
 #include "Peer.h"
@@ -29,7 +29,7 @@ using namespace Kestro::Database;
 namespace {
 
 constexpr int DefaultRounds = 5;
-// More than twice what a loan may wait.
+// More than twice the longest wait for a loan.
 constexpr std::chrono::milliseconds Spell{5000};
 
 using Clock = std::chrono::steady_clock;
@@ -53,12 +53,12 @@ private:
     ConnectionPool m_pool{"", "", "", Connection::defaultAddress(), PoolSize};
 };
 
-// What a number of threads got done in a spell.
+// What the threads did in one measurement.
 struct Work {
     double cycles = 0;  // per second
-    double longest = 0; // milliseconds for one cycle, waiting included
-    double least = 0;   // cycles per second of the thread that got fewest
-    double empty = 0;   // loans that ended empty-handed, per second
+    double longest = 0; // milliseconds of one cycle, with the wait for its loan
+    double least = 0;   // cycles per second of the thread that ran fewest
+    double empty = 0;   // empty loans per second
 };
 
 struct PoolWay {

@@ -1,5 +1,6 @@
-// A handle is copied and dropped, while another owns the object. std::shared_ptr counts without
-// atomic operations as long as a process has one thread, so there is a table for two.
+// A handle is copied and dropped while another handle owns the object. There is a table for one
+// thread and a table for two, because std::shared_ptr counts without atomic operations as long as a
+// process has one thread.
 
 #include "Machine.h"
 #include "Measure.h"

@@ -27,7 +27,7 @@ std::uint64_t raw(int rows)
         while (result.fetch()) {
             records.emplace_back().read(result);
         }
-    } // freed before the records are used, as Query does
+    } // frees the result before the records are used, as Query does
     std::uint64_t checksum = 0;
     for (const Record& record : records) {
         add(checksum, record);

@@ -1,5 +1,6 @@
-// Rows are written from variables into a data file, which the server's bulk loader reads; or they
-// are inserted by statements of many rows. Row by row, round trips would be most of the work.
+// Rows are written from variables into a data file, which the server's bulk loader reads, or are
+// inserted by statements of many rows. With one statement per row, round trips would be most of the
+// work.
 
 #include "Item.h"
 #include "Measure.h"

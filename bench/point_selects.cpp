@@ -1,4 +1,4 @@
-// One row by its key, again and again.
+// One row is read by its key, many times.
 
 #include "Measure.h"
 #include "Peer.h"

@@ -1,5 +1,5 @@
-// A script of one INSERT a line, 50 MiB of it, is run: in batches of about 1 MiB, or as the
-// server's own command-line client does it, statement by statement.
+// A script of 50 MiB with one INSERT per line is run in batches of about 1 MiB, or by the server's
+// own command-line client, which sends statement by statement.
 
 #include "Measure.h"
 #include "RawLink.h"
@@ -29,7 +29,7 @@ std::string scriptFile()
 std::uint64_t raw(int /*size*/)
 {
     const RawLink link(CLIENT_MULTI_STATEMENTS);
-    // The whole file first, as QueryFile does, cut where QueryFile cuts it.
+    // Like QueryFile, reads the whole file first, and cuts it at the same places.
     std::string text(std::filesystem::file_size(scriptFile()), '\0');
     std::ifstream(scriptFile()).read(text.data(), static_cast<std::streamsize>(text.size()));
     for (std::size_t start = 0; start < text.size();) {

@@ -1,5 +1,5 @@
-// The rows of a result pass through one object, as they arrive. What matters beside the time is the
-// memory, which must not grow with the rows: so the same is done with fewer of them too.
+// The rows of a result pass through one object as they arrive. Beside the time, memory matters: it
+// must not grow with the number of rows, so there is a second table with fewer rows.
 
 #include "Measure.h"
 #include "Peer.h"

@@ -1,5 +1,5 @@
-// The text of one upsert of 8 columns of 20 characters, two of them with a quote, is built; no
-// server is asked.
+// The statement of one upsert is written, without a server: 8 columns of 20 characters, two of them
+// with a quote.
 
 #include "Measure.h"
 
@@ -31,7 +31,7 @@ std::array<std::string, 8> exampleValues()
     return values;
 }
 
-// Builds the text so often. Every byte of the first one counts in the checksum.
+// Builds the statement `texts` times, and once more for a checksum of every byte.
 template <class Build> std::uint64_t repeat(int texts, const Build& build)
 {
     std::uint64_t checksum = 0;

@@ -1,4 +1,4 @@
-// Rows of 6 columns are inserted, or updated where their key is there, with texts that must be
+// Rows of 6 columns are inserted, or updated where their key exists. Some of their texts must be
 // escaped.
 
 #include "Item.h"

@@ -6,7 +6,7 @@
 #include <sys/mman.h>
 #include <utility>
 
-// Every sanitizer's run time has it, also where only the program is compiled with one.
+// Defined in every process that runs with a sanitizer, also if only the program is compiled so.
 // NOLINTNEXTLINE(bugprone-reserved-identifier)
 extern "C" [[gnu::weak]] void __sanitizer_set_report_path(const char* path);
 
@@ -14,21 +14,21 @@ namespace Kestro {
 
 namespace {
 
-// Bytes: an object aligned to 16 has a size that is a multiple of 16, and so lies right.
+// In bytes. An object aligned to 16 has a size that is a multiple of 16, so its place is aligned.
 constexpr std::size_t Unit = 8;
 constexpr std::size_t Sizes = 32;
-// Measured with a million rows: 64 KiB take a quarter longer, 256 KiB save nothing more.
+// Measured with a million rows: with 64 KiB they take a quarter longer, with 256 KiB as long.
 constexpr std::size_t ChunkSize = std::size_t{128} << 10;
 
-// The head of memory for objects of one size, aligned to ChunkSize. The thread that holds a chunk
-// uses `free` and `used` without a lock; all else, and a chunk that nobody holds, is the mutex's.
-// A free place begins with the address of the next.
+// The head of a chunk: memory for objects of one size, aligned to ChunkSize. A free place begins
+// with the address of the next one. The thread that holds a chunk uses `free` and `used` without a
+// lock. The mutex guards everything else, and chunks that no thread holds.
 struct alignas(2 * Unit) Chunk {
     void* free = nullptr;
     std::size_t used = 0;
-    void* foreign = nullptr; // deleted by other threads, and counted as used until let go
+    void* foreign = nullptr; // places freed by other threads, counted as used until letGo()
     bool held = false;
-    Chunk* next = this; // in the list of chunks that nobody holds and that have free places
+    Chunk* next = this; // in the list of chunks that have free places and that no thread holds
     Chunk* previous = this;
 
     void* pop()
@@ -45,7 +45,7 @@ struct alignas(2 * Unit) Chunk {
 
 constinit std::mutex mutex;
 constinit Chunk lists[Sizes]{};
-// This thread's. Initial-exec: found by one instruction instead of a call.
+// The chunks that this thread holds. In the initial-exec model the address needs no call.
 [[gnu::tls_model("initial-exec")]] constinit thread_local Chunk* held[Sizes]{};
 
 Chunk* chunkOf(void* object)
@@ -56,16 +56,16 @@ Chunk* chunkOf(void* object)
 
 Chunk* map(std::size_t size)
 {
-    // Twice as much has an aligned chunk in it; the rest goes back.
+    // Twice the size contains an aligned chunk; the rest is unmapped.
     void* const memory =
         mmap(nullptr, 2 * ChunkSize, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
     char* const begin = memory != MAP_FAILED ? static_cast<char*>(memory) : throw std::bad_alloc();
     char* const first = reinterpret_cast<char*>(chunkOf(begin + ChunkSize - 1));
     munmap(begin, static_cast<std::size_t>(first - begin));
     munmap(first + ChunkSize, static_cast<std::size_t>(begin + ChunkSize - first));
-    madvise(first, ChunkSize, MADV_POPULATE_WRITE); // cheaper than a fault for each page
+    madvise(first, ChunkSize, MADV_POPULATE_WRITE); // cheaper than one fault per page
     auto* const chunk = new (first) Chunk{.used = (ChunkSize - sizeof(Chunk)) / size};
-    while (chunk->used > 0) { // downwards: objects that are made in turn lie in turn
+    while (chunk->used > 0) { // downwards, so that the lowest place is used first
         chunk->push(first + sizeof(Chunk) + (chunk->used - 1) * size);
     }
     return chunk;
@@ -81,8 +81,8 @@ void letGo(std::size_t index)
     while (chunk->foreign != nullptr) {
         chunk->push(std::exchange(chunk->foreign, *static_cast<void**>(chunk->foreign)));
     }
-    // The last in the list may be empty, so that a few objects that come and go do not map and
-    // unmap; another empty one goes back to the system.
+    // One empty chunk stays, as the last in the list, so that a few objects that come and go do not
+    // map and unmap memory each time. Another empty chunk is unmapped.
     Chunk& list = lists[index];
     const bool surplus = chunk->used == 0 && list.previous != &list && list.previous->used == 0;
     if (chunk->free != nullptr && !(surplus && munmap(chunk, ChunkSize) == 0)) {
@@ -95,9 +95,10 @@ void letGo(std::size_t index)
 void hold(std::size_t index, Chunk* chunk)
 {
     static const pthread_key_t key = [] {
-        // A child process does not have the thread that may be in here: nobody is while it is made.
+        // Hold the lock across fork(): the child would lack a thread that held it, and wait for
+        // ever.
         pthread_atfork([] { mutex.lock(); }, [] { mutex.unlock(); }, [] { mutex.unlock(); });
-        // When a thread ends, behind the destructors of its own objects.
+        // Runs when a thread ends, after the destructors of its thread_local objects.
         pthread_key_t atEnd{};
         pthread_key_create(&atEnd, [](void*) {
             const std::lock_guard lock(mutex);
@@ -121,8 +122,8 @@ bool isHeaps(std::size_t index)
     return index >= Sizes || __sanitizer_set_report_path != nullptr;
 }
 
-// What is done once in a chunk stands in functions of its own, which the operators end with, so
-// that those save no registers.
+// The rare paths are functions that the operators call last, so that the operators need not save
+// registers.
 [[gnu::noinline]] void* makeInNext(std::size_t index, std::size_t size)
 {
     if (isHeaps(index)) {

@@ -1,4 +1,4 @@
-// CppDB prepares its statements, keeps them prepared for the next time, and stores every result.
+// CppDB prepares its statements, caches the prepared ones, and stores every result.
 
 #include "Item.h"
 #include "Machine.h"

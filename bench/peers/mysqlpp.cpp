@@ -1,4 +1,5 @@
-// MySQL++ is a stream of text with marks that quote, and rows whose fields convert themselves.
+// MySQL++ writes statements into a stream with manipulators that quote, and converts the fields of
+// rows on request.
 
 #include "Item.h"
 #include "Machine.h"
@@ -98,7 +99,7 @@ std::uint64_t upserts(int upserts)
     return 0;
 }
 
-// Statements of many rows, as its own way of inserting a container makes them.
+// Inserts many rows per statement, as MySQL++ does for a container.
 std::uint64_t insertedRows(int rows)
 {
     constexpr int Group = 1'000;

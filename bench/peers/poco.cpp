@@ -1,5 +1,5 @@
-// Poco Data binds variables to prepared statements; rows arrive in containers or, with a limit, one
-// after the other.
+// Poco Data binds variables to prepared statements. Rows arrive in containers or, with a limit, one
+// at a time.
 
 #include "Item.h"
 #include "Machine.h"
@@ -15,7 +15,7 @@
 #include <list>
 #include <stdexcept>
 
-// How Poco Data reads an object: the member names are its own.
+// How Poco Data reads an object; it prescribes the member names.
 template <> class Poco::Data::TypeHandler<bench::Record> {
 public:
     static std::size_t size() { return 5; }
@@ -48,7 +48,7 @@ using namespace Poco::Data::Keywords;
 std::string login()
 {
     Poco::Data::MySQL::Connector::registerConnector();
-    // By "localhost" it finds the socket as the raw client does.
+    // For "localhost" it finds the socket as the raw client does.
     return "host=localhost;password=;user=" + account() + ";db=" + BenchDatabase;
 }
 

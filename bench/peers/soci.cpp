@@ -1,4 +1,4 @@
-// SOCI binds variables; its MySQL backend puts them into the text and stores every result.
+// SOCI binds variables. Its MySQL backend writes them into the statement and stores every result.
 
 #include "Item.h"
 #include "Machine.h"

@@ -7,14 +7,15 @@
 
 namespace Kestro {
 
-/// The library's own: where its handles' blocks and its row objects, and so those of classes
-/// derived from RowImpl, live. It is here as public classes derive from it; programs do not name
-/// it.
+/// Internal: the allocator of the blocks of handles and of row objects, those of classes derived
+/// from RowImpl included. It is in a public header only because public classes derive from it.
+/// Programs do not name it.
 ///
-/// Objects of one size lie close together, and making one takes a few instructions. Memory goes
-/// back to the system when all objects near each other are gone. Objects of more than 256 bytes, or
-/// aligned to more than 16, are the heap's, and so are all in a program compiled with a sanitizer
-/// that watches the heap. Any thread may make and delete. There is no new (std::nothrow).
+/// Objects of one size lie close together, in chunks, and making one takes a few instructions. A
+/// chunk goes back to the system with its last object; a few empty ones are kept for the next
+/// objects. Objects of more than 256 bytes, or aligned to more than 16, come from the heap. In a
+/// program that is compiled with a sanitizer all objects do, so that the sanitizer sees them. Any
+/// thread may make and delete objects. There is no new (std::nothrow).
 class KESTRO_API Storage {
 public:
     /// Throws std::bad_alloc if there is no memory.
@@ -22,7 +23,7 @@ public:
     void* operator new(std::size_t size, std::align_val_t to) { return ::operator new(size, to); }
     void* operator new(std::size_t /*size*/, void* place) { return place; }
 
-    /// The other half of each operator new.
+    /// The counterparts of the operators new.
     void operator delete(void* object, std::size_t size) noexcept;
     void operator delete(void* o, std::align_val_t to) noexcept { ::operator delete(o, to); }
     void operator delete(void* /*object*/, void* /*place*/) noexcept {}

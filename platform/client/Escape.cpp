@@ -10,13 +10,13 @@
 
 namespace {
 
-// What is escaped, and the character that then follows the backslash. The Connector's own escapers
-// leave TAB, which ends a field in a data file, and treat ' alone in some sessions; these eight are
-// right in a "..." literal and in a data file alike.
+// The bytes that are escaped, and the character that follows the backslash for each. These eight
+// make a value safe in a "..." literal and in a data file. The Connector's own functions do not:
+// they leave TAB, which ends a field in a data file, and in some sessions escape ' alone.
 constexpr std::string_view Special("\0\t\n\r\x1a\"'\\", 8);
 constexpr std::string_view Letters = "0tnrZ\"'\\";
 
-// For every byte that character, or 0 if the byte stays.
+// For each byte the character that follows the backslash, or 0 if the byte is not escaped.
 constexpr auto Escapes = [] {
     std::array<char, UCHAR_MAX + 1> table{};
     for (std::size_t i = 0; i < Special.size(); ++i) {
@@ -25,12 +25,12 @@ constexpr auto Escapes = [] {
     return table;
 }();
 
-// Bytes that are compared at once.
+// Bytes that are compared together.
 using Block [[gnu::vector_size(16)]] = unsigned char;
 constexpr std::ptrdiff_t BlockSize = sizeof(Block);
 
-// How many bytes of a block need no escape, counted up to the first that may. All five special
-// bytes that do not print are below a blank: one comparison finds them, and a few that stay.
+// The number of bytes before the first one that may have to be escaped. The five special bytes that
+// do not print are below a blank, so one comparison finds them. It also finds a few that stay.
 std::ptrdiff_t cleanBytes(const char* text)
 {
     Block bytes;
@@ -62,14 +62,15 @@ unsigned long db_escape_string(void* /*handle*/, char* target, const char* sourc
     };
     while (end - in >= BlockSize) {
         const std::ptrdiff_t clean = cleanBytes(in);
-        std::memcpy(out, in, BlockSize); // what is too much is written over
+        std::memcpy(out, in, BlockSize); // bytes after the clean ones are overwritten later
         in += clean;
         out += clean;
         if (clean != BlockSize) {
             copyByte();
         }
     }
-    // If the last block is clean, what was copied of it lies right in front of `out`.
+    // If the last block is clean, the part of it that was copied ends at `out`, unescaped: the
+    // whole block can be copied again so that it ends where the rest will end.
     if (length >= BlockSize && cleanBytes(end - BlockSize) == BlockSize) {
         out += end - in;
         std::memcpy(out - BlockSize, end - BlockSize, BlockSize);

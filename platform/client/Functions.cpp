@@ -8,7 +8,7 @@ namespace client {
 
 namespace {
 
-// As information_schema.SQL_FUNCTIONS and KEYWORDS of MariaDB 10.11 list them, less those that
+// The names in information_schema.SQL_FUNCTIONS and KEYWORDS of MariaDB 10.11, without those that
 // leave something in the session, such as GET_LOCK.
 constexpr std::string_view Functions =
     "ABS ACOS ADDDATE ADDTIME ADD_MONTHS AES_DECRYPT AES_ENCRYPT ASCII ASIN ATAN ATAN2 AVG "
@@ -57,7 +57,7 @@ constexpr std::string_view GeometryFunctions =
     "ST_NUMINTERIORRINGS ST_NUMPOINTS ST_OVERLAPS ST_POINTFROMTEXT ST_POINTFROMWKB ST_POINTN "
     "ST_POINTONSURFACE ST_POLYFROMTEXT ST_POLYFROMWKB ST_POLYGONFROMTEXT ST_POLYGONFROMWKB "
     "ST_RELATE ST_SRID ST_STARTPOINT ST_SYMDIFFERENCE ST_TOUCHES ST_UNION ST_WITHIN ST_X ST_Y ";
-// What else may stand in front of a parenthesis.
+// Keywords that may come before a parenthesis.
 constexpr std::string_view Words =
     "AGAINST ALL ALWAYS AND ANY AS BETWEEN BIGINT BINARY BIT BLOB BY CASE CHAR CHARACTER CHECK "
     "COLUMNS DATETIME DEC DECIMAL DISTINCT DIV DOUBLE DUPLICATE ELSE ENUM EXCEPT EXISTS FIELDS "

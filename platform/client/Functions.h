@@ -4,9 +4,9 @@
 
 namespace client {
 
-/// Whether a name in front of "(" in a statement, in letters of either case, is that of a function
-/// of the server that leaves nothing in the session, or a word of the language. Any other name may
-/// be that of a stored function.
+/// Whether a name before "(" in a statement is harmless: a function of the server's own that leaves
+/// nothing in the session, or a keyword of SQL. Any other name may be a stored function's. Letter
+/// case does not matter.
 bool isBuiltIn(std::string_view name);
 
 } // namespace client

@@ -26,20 +26,20 @@ namespace {
 
 constexpr unsigned ConnectTimeout = 5; // seconds
 
-// The commands of the protocol that are sent here.
+// Commands of the protocol.
 constexpr unsigned char ComQuery = 3;
 constexpr unsigned char ComSetOption = 27;
-// The first bytes of a packet that is not a row, and of a result set's head that asks for a file.
+// The first byte of a packet that is neither a row nor the head of a result set.
 constexpr unsigned char OkPacket = 0;
 constexpr unsigned char FileRequest = 0xfb;
 constexpr unsigned char EndPacket = 0xfe;
 constexpr unsigned char ErrorPacket = 0xff;
-constexpr std::size_t EndLimit = 9; // a longer packet of EndPacket is a row with a very long value
-constexpr std::uint64_t ProgressNumber = 0xffff; // no error, but a report of progress
-constexpr std::uint64_t MostColumns = 4096;      // of the server's tables and results
+constexpr std::size_t EndLimit = 9; // from this size on it is a row that begins with a long value
+constexpr std::uint64_t ProgressNumber = 0xffff; // an error of this number reports progress
+constexpr std::uint64_t MostColumns = 4096;      // the server's own limit
 
-// What the server counts beside the text; one byte more, and it drops the link (measured from
-// 1 MiB to 64 MiB).
+// The server counts so many bytes beside the text. It closes the connection if the sum exceeds
+// max_allowed_packet (measured with limits from 1 MiB to 64 MiB).
 constexpr std::size_t PacketOverhead = 2;
 
 // Counts the forks between the first process and this one.
@@ -47,8 +47,8 @@ std::atomic<unsigned> currentGeneration{0};
 
 void initialiseConnector()
 {
-    // mysql_library_init ignores SIGPIPE for the whole process, which is the program's to decide;
-    // the Connector's sockets do not need it.
+    // mysql_library_init makes the whole process ignore SIGPIPE. The Connector does not need that,
+    // and the program decides about its signals.
     struct sigaction pipeAction {};
     sigaction(SIGPIPE, nullptr, &pipeAction);
     mysql_library_init(0, nullptr, nullptr);
@@ -56,7 +56,7 @@ void initialiseConnector()
     pthread_atfork(nullptr, nullptr, [] { ++currentGeneration; });
 }
 
-// Left to itself, the Connector takes an empty MYSQL_UNIX_PORT for a path.
+// Not left to the Connector, which uses an empty MYSQL_UNIX_PORT as a path.
 const char* socketPath()
 {
     static constexpr char SystemSocket[] = "/var/run/mysql.sock";
@@ -67,8 +67,8 @@ const char* socketPath()
     return access(SystemSocket, F_OK) == 0 ? SystemSocket : MARIADB_UNIX_ADDR;
 }
 
-// The Connector's own look-up of a null user is not safe in threads, and for a user without a name
-// it takes what the environment says: the number stands in for a name then.
+// Not left to the Connector, whose look-up is not thread-safe and takes the name from the
+// environment if the user has no passwd entry. Such a user logs in under the number of his account.
 std::string loginName()
 {
     constexpr std::size_t EntryLimit = 16384; // glibc's own buffer for a passwd entry is 1024
@@ -92,7 +92,7 @@ Link::~Link()
         detachSocket();
     }
     if (m_stream != nullptr) {
-        // The rest of the rows is not waited for.
+        // Without waiting for the rest of the rows.
         shutdown(m_wire.socket(), SHUT_RDWR);
         m_stream->linkCloses();
     }
@@ -103,7 +103,7 @@ int Link::open()
 {
     m_state = State::Told;
     m_wire.attach(-1);
-    // A handle whose connect failed, or whose link was lost, cannot connect again.
+    // The Connector cannot connect again with the same MYSQL object.
     mysql_close(std::exchange(m_mysql, mysql_init(nullptr)));
     if (m_mysql == nullptr) {
         return fail(CR_OUT_OF_MEMORY, "Client run out of memory");
@@ -146,11 +146,11 @@ bool Link::logIn()
     return true;
 }
 
-// Whether packets look as they are read here.
+// Whether the packets have the form that is read here.
 bool Link::isPlain() const
 {
-    // Of the protocol, but not in the Connector's header: result sets that end with an OK packet,
-    // that may come without descriptions, and texts with attributes in front of them.
+    // The Connector's header lacks these flags of the protocol: result sets end with an OK packet,
+    // they may come without descriptions, and texts are sent with attributes before them.
     constexpr unsigned long DeprecateEof = 1UL << 24;
     constexpr unsigned long OptionalDescriptions = 1UL << 25;
     constexpr unsigned long QueryAttributes = 1UL << 27;
@@ -168,8 +168,8 @@ void Link::attach(int socket)
 
 int Link::prepareSession()
 {
-    const std::uint64_t rows = m_affectedRows; // of the program's own statements
-    // An explicit limit, as the server may have a sql_select_limit of 0.
+    const std::uint64_t rows = m_affectedRows; // the program's own statement set it
+    // With a limit, because the server's sql_select_limit may be 0.
     if (!m_wire.send(ComQuery, "SELECT @@max_allowed_packet LIMIT 1")) {
         return noPacket();
     }
@@ -241,8 +241,8 @@ int Link::enableMultipleStatements()
     return m_state == State::Open ? sendOption() : 0;
 }
 
-// Sets what m_multipleStatements says. A link that is lost meanwhile is no failure: it is the next
-// statement that finds out, and the next session that is told.
+// Tells the server whether several statements are allowed. If the connection is lost meanwhile,
+// that is no failure: the next statement reports the loss, and logging in sets the option.
 int Link::sendOption()
 {
     constexpr std::string_view On("\0\0", 2);
@@ -279,7 +279,7 @@ int Link::fits(std::string_view text)
                     std::to_string(m_maxAllowedPacket) + "; it was not sent");
 }
 
-// Before the server has a text as a whole: a part of one it does not run.
+// Handles a loss before the server has the whole text. A part of a text is never run.
 int Link::lost(std::string_view text)
 {
     if (!m_session.mayBeReplaced(text)) {
@@ -296,8 +296,8 @@ int Link::replace()
     if (open() == 0) {
         return 0;
     }
-    // One number for all that was not sent; 2013, which a connect can end with too, would say that
-    // the statement may have run.
+    // Always 2006: a failed connect may report 2013, which would mean that the statement may have
+    // run.
     m_state = State::Told;
     return fail(CR_SERVER_GONE_ERROR,
                 "MySQL server has gone away; opening the connection again: " + m_failure.text +
@@ -318,7 +318,8 @@ int Link::checkSession(std::string_view text)
             }
             return lost(text);
         }
-        // After a result set, and after a failure, ROW_COUNT() is -1, and is so again.
+        // ROW_COUNT() was -1 if the last answer was a result set or a failure. Setting the option
+        // makes it -1 again.
         if (!counted && sendOption() != 0) {
             return 1;
         }
@@ -355,7 +356,7 @@ int Link::readHead()
             }
             return readError(packet, size);
         case FileRequest:
-            // None of our files is sent; an empty packet ends what would be its content.
+            // No file is sent: an empty packet means the end of its content.
             fileRefused = true;
             if (!m_wire.sendEmpty()) {
                 return noPacket();
@@ -377,7 +378,7 @@ int Link::readHead()
     }
 }
 
-// Nobody asks for what the descriptions of the columns say.
+// Skips the descriptions of the columns: no function returns anything from them.
 int Link::readDescriptions(const unsigned char* packet, std::size_t size)
 {
     Fields fields(packet, size);
@@ -433,7 +434,7 @@ void Link::dropRows()
     return nullptr;
 }
 
-// The three return 0, or -1 for an answer that failed.
+// These three return 0, or -1 if the answer is a failure.
 int Link::readOk(const unsigned char* packet, std::size_t size)
 {
     Fields fields(packet + 1, size - 1);
@@ -471,7 +472,7 @@ int Link::readError(const unsigned char* packet, std::size_t size)
     Fields fields(packet + 1, size - 1);
     const auto number = static_cast<int>(fields.fixed(2));
     std::string_view text = fields.text(fields.left());
-    constexpr std::size_t StateSize = 6; // # and five characters in front of the text
+    constexpr std::size_t StateSize = 6; // # and five characters before the message
     if (number == 0 || fields.broken()) {
         return malformed("an error without a number");
     }
@@ -483,13 +484,13 @@ int Link::readError(const unsigned char* packet, std::size_t size)
     m_answerCounts = false;
     m_session.failed();
     if (number == ER_CONNECTION_KILLED || number == ER_SERVER_SHUTDOWN) {
-        m_state = State::Told; // the server closes the connection behind it
+        m_state = State::Told; // the server closes the connection now
     }
     fail(number, std::string(text));
     return -1;
 }
 
-// An answer does not come, or not in packets.
+// Handles a failure of Wire::receive() or Wire::sendEmpty(). Returns -1.
 int Link::noPacket()
 {
     if (m_wire.fault() != nullptr) {
@@ -558,6 +559,15 @@ int failNotConnected()
     return 1;
 }
 
+namespace {
+
+const Failure& lastFailure(void* handle)
+{
+    return handle != nullptr ? static_cast<Link*>(handle)->failure() : failureWithoutLink();
+}
+
+} // namespace
+
 } // namespace client
 
 using client::Link;
@@ -582,16 +592,12 @@ void db_disconnect(void* handle)
 
 int db_error_number(void* handle)
 {
-    return (handle != nullptr ? static_cast<Link*>(handle)->failure()
-                              : client::failureWithoutLink())
-        .number;
+    return client::lastFailure(handle).number;
 }
 
 const char* db_error_message(void* handle)
 {
-    return (handle != nullptr ? static_cast<Link*>(handle)->failure()
-                              : client::failureWithoutLink())
-        .text.c_str();
+    return client::lastFailure(handle).text.c_str();
 }
 
 int db_enable_multiple_statements_per_query(void* handle)

@@ -12,7 +12,7 @@ namespace client {
 
 class Result;
 
-/// Number and text of a failure.
+/// Number and message of a failure.
 struct Failure {
     int number = 0;
     std::string text;
@@ -20,34 +20,34 @@ struct Failure {
 
 /// What a connection handle points at: one connection to the server. The Connector opens it, logs
 /// in and closes it; statements and their answers go through a Wire. When the connection is lost,
-/// another one to the same socket and account takes its place.
+/// the link replaces it by another one to the same socket and account.
 class Link {
 public:
-    /// A link that is not open yet, to the socket and account that the environment and the process
-    /// name now.
+    /// A link that is not open yet. Its socket and account are those that the environment and the
+    /// process have now.
     explicit Link(const char* database);
     Link(const Link&) = delete;
     Link& operator=(const Link&) = delete;
-    /// A result that still stands on the link fails from then on.
+    /// Closes the connection. A result that is being streamed fails from then on.
     ~Link();
 
-    /// Opens the link, closing the one that was lost if there is one, with a fresh session. Returns
-    /// 0, or 1 and keeps the reason as the link's failure.
+    /// Opens a connection with a fresh session; an earlier connection is closed. Returns 0, or 1
+    /// and keeps the reason as the link's failure.
     int open();
-    /// Goes on with a socket that is logged in, which stays its owner's.
+    /// Uses this socket, which is logged in, from now on. Its owner closes it.
     void attach(int socket);
 
-    /// Sends a text. Returns 0, and then the answer is to be read; or 1, and then the server runs
-    /// nothing of it: a result stands on the link, the text is too long, escaped values are not
-    /// safe in the session any more, or the link was lost. A lost link is replaced: at once if
-    /// neither its session nor the text makes a difference, else the call fails with 2006 and the
-    /// next one does it.
+    /// Sends a text. Returns 0; its answer must then be read. Or returns 1; the server then runs
+    /// nothing of the text, because rows are being streamed, the text is too long, escaping is not
+    /// safe in the session any more, or the connection was lost. A lost connection is replaced at
+    /// once if neither the old session nor the text makes a difference. Otherwise the call fails
+    /// with 2006, and the next call replaces it.
     int send(std::string_view text);
     /// Reads the head of the next statement's answer. Returns the number of columns, 0 for a
-    /// statement without a result set, -1 if it failed.
+    /// statement without a result set, or -1 if the statement failed.
     int readHead();
-    /// The next row of the result set, as the server sends it, or null after the last one and after
-    /// a failure. As for Wire::receive(), it may be written to.
+    /// The next row of the result set, as the server sends it. Null after the last row and after a
+    /// failure. The row may be written to, as that of Wire::receive().
     unsigned char* readRow(std::size_t& size)
     {
         unsigned char* const packet = m_wire.receive(size);
@@ -56,22 +56,23 @@ public:
         }
         return readLast(packet, size);
     }
-    /// Reads the rest of the rows of a stream that is left. If the link is lost meanwhile, it is
-    /// the next statement that finds out.
+    /// Reads and drops the rest of the rows of the result set. If the connection is lost meanwhile,
+    /// the next statement reports it.
     void dropRows();
-    /// Whether the last answer read ended in a failure, which is the link's.
+    /// Whether the answer that was read last ended in a failure; failure() is that one.
     bool answerFailed() const { return m_answerFailed; }
     /// Whether another statement's answer follows.
     bool moreAnswers() const { return (m_status & SERVER_MORE_RESULTS_EXIST) != 0; }
-    /// Rows changed, as the answer without a result set says.
+    /// The number of rows changed, from the last answer without a result set.
     std::uint64_t changedRows() const { return m_changedRows; }
-    /// Keeps what a statement that succeeded leaves behind: its rows, and the id that it made.
+    /// Takes over the figures of a statement that succeeded: its rows, and the id that it
+    /// generated.
     void ended(std::uint64_t rows);
-    /// The answer cannot be understood: closes the link; returns -1.
+    /// Closes the connection because its answer is not understood. Returns -1.
     int malformed(const std::string& what);
 
-    /// Lets one text carry several statements, from now on or, if the link is lost, once it is open
-    /// again. Returns 0 or 1.
+    /// Allows several statements in one text, from now on or, if the connection is lost, once it is
+    /// open again. Returns 0, or 1 on failure.
     int enableMultipleStatements();
 
     /// Keeps a failure; returns 1.
@@ -81,16 +82,16 @@ public:
     void noRowsAffected() { m_affectedRows = 0; }
     std::uint64_t lastId() const { return m_lastId; }
 
-    /// The result whose rows stand on the link, or null.
+    /// Sets the result whose rows are still to come on the link, or null.
     void stream(Result* result) { m_stream = result; }
 
-    /// Whether this process is a child of the one that opened the link: its socket is not ours.
+    /// Whether a parent of this process opened the link: the socket is then the parent's.
     bool ofParent() const;
-    /// Lets go of the socket without a word to the server.
+    /// Gives the socket up without a message to the server.
     void detachSocket() const;
 
 private:
-    /// Lost: no statement has failed for it yet. Told: one has.
+    /// Lost: the loss has not been reported. Told: it has, by a failure.
     enum class State { Open, Lost, Told };
 
     bool logIn();
@@ -114,7 +115,7 @@ private:
     Session m_session;
     State m_state = State::Told;
     Result* m_stream = nullptr;
-    const unsigned m_generation; // of the process that opened it
+    const unsigned m_generation; // of the process that made the link
     const std::string m_socketPath;
     const std::string m_user;
     bool m_multipleStatements = false;
@@ -123,7 +124,7 @@ private:
     // The last answer.
     unsigned m_status = 0;
     bool m_answerFailed = false;
-    bool m_answerCounts = false; // rows changed, which ROW_COUNT() gives until the next statement
+    bool m_answerCounts = false; // it has the number of rows changed, as ROW_COUNT() then does
     std::uint64_t m_changedRows = 0;
     std::uint64_t m_insertId = 0;
 
@@ -132,9 +133,9 @@ private:
     std::uint64_t m_lastId = 0;
 };
 
-/// The failure kept for this thread in the place of a link's.
+/// This thread's last failure without a link.
 Failure& failureWithoutLink();
-/// The failure of a call on a null handle; returns 1.
+/// Keeps the failure of a call on a null handle. Returns 1.
 int failNotConnected();
 
 } // namespace client

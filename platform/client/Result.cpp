@@ -21,7 +21,7 @@ Result::Result(Link& link, int columns)
     link.stream(this);
 }
 
-// Gives the byte after the streamed row back: the next packet may begin with it.
+// Restores the byte after the streamed row.
 inline void Result::uncover()
 {
     if (m_rowEnd != nullptr) {
@@ -104,7 +104,7 @@ const char* Result::fetch(int index)
     return step();
 }
 
-// The row after the current one becomes the current one.
+// Makes the next row the current one.
 const char* Result::step()
 {
     if (static_cast<std::uint64_t>(m_next) < m_storedCount) [[likely]] {
@@ -150,7 +150,7 @@ inline const char* Result::current(const char* row)
     return m_row = row;
 }
 
-// Where a value's length was, the value before it gets its NUL.
+// Overwrites each length byte with the NUL of the value before.
 bool Result::readStreamed(unsigned char* packet, std::size_t size)
 {
     constexpr unsigned char Null = 0xfb;
@@ -184,7 +184,7 @@ bool Result::readStreamed(unsigned char* packet, std::size_t size)
     return at == end;
 }
 
-// Not inlined, so that the way of the current row stays short.
+// Not inlined, so that the common path stays small.
 [[gnu::noinline]] const char* Result::valueOfOther(const char* row, int column) const
 {
     if (row == nullptr || m_streaming ||

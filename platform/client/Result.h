@@ -10,25 +10,26 @@
 
 namespace client {
 
-/// What a result handle points at. Its rows stand on the link at first; the first thing asked
-/// decides whether they are stored or streamed.
+/// What a result handle points at. At first its rows are still to come on the connection; the first
+/// call decides whether they are stored or streamed.
 class Result {
 public:
-    /// A result set of this many columns, at least 1, whose rows stand on the link.
+    /// A result set of this many columns, at least 1, whose rows are to come on the link.
     Result(Link& link, int columns);
     Result(const Result&) = delete;
     Result& operator=(const Result&) = delete;
-    /// Reads what is left of a stream.
+    /// Reads and drops the rest of the rows.
     ~Result();
 
     int columns() const { return m_columns; }
-    /// The number of rows, which are stored for that unless they are being streamed: then it is the
-    /// number fetched so far. At least 1 if the rest is lost.
+    /// The number of rows, which are stored first. If they are being streamed, the number fetched
+    /// so far. At least 1 if the rest of the rows is lost.
     int rowCount();
-    /// Stores the rows. Returns 0 or 1.
+    /// Stores the rows. Returns 0, or 1 if they are lost.
     int store();
-    /// Makes the row at an index the current one. Null past the last one, and for a streamed row
-    /// that has gone by; throws if the rest is lost.
+    /// Makes the row at an index the current one and returns it. Returns null after the last row,
+    /// for a negative index, and for a streamed row before the current one. Throws if the row is
+    /// lost.
     const char* fetch(int index);
     /// A value of a row that was fetched.
     const char* value(const char* row, int column)
@@ -44,7 +45,7 @@ public:
         return static_cast<unsigned>(column) < m_readable ? m_cells[column].length : 0;
     }
 
-    /// The link is about to be closed: rows that are still on it are lost.
+    /// The link is about to be closed: its remaining rows are lost.
     void linkCloses();
 
 private:
@@ -58,21 +59,21 @@ private:
     void fail(const std::string& text);
     [[noreturn]] void throwFailure() const;
 
-    // The row fetched last: null, and no readable columns, if there is none.
-    const char* m_row = nullptr;
-    Cell* m_cells;
-    unsigned m_readable = 0;
-    int m_next = 0;                  // index of the row after it
-    const char* m_stored = nullptr;  // that row, if it is stored
-    std::uint64_t m_storedCount = 0; // of rows, once all are stored
+    const char* m_row = nullptr;     // the current row, or null
+    Cell* m_cells;                   // its values
+    unsigned m_readable = 0;         // how many values it has: m_columns, or 0 without a row
+    int m_next = 0;                  // the index of the next row
+    const char* m_stored = nullptr;  // the next row, if it is stored
+    std::uint64_t m_storedCount = 0; // the number of rows once all are stored, else 0
     int m_columns;
-    Link* m_link; // null once no row stands on it
+    Link* m_link; // null once all rows have been read from it, or are lost
     bool m_streaming = false;
-    unsigned char* m_rowEnd = nullptr; // of the streamed row; its NUL is in the place of m_covered
+    // A streamed row's last NUL covers a byte that may begin the next packet.
+    unsigned char* m_rowEnd = nullptr;
     unsigned char m_covered = 0;
-    bool m_failed = false; // the rest of the rows is lost, as m_failure says
+    bool m_failed = false; // the rest of the rows is lost, for the reason in m_failure
     Rows m_rows;
-    std::array<Cell, 8> m_few; // the cells of most results
+    std::array<Cell, 8> m_few; // where m_cells points for a result of few columns
     std::unique_ptr<Cell[]> m_many;
     std::string m_failure;
 };

@@ -11,20 +11,21 @@ namespace client {
 
 namespace {
 
-// A narrow row is its kind, a byte for each value's length, and the values, each with a NUL. In a
-// wide row, which has a value of more than 250 bytes, a length takes eight bytes.
-constexpr unsigned char NarrowNull = 0xfb; // in the server's rows too
+// A row is its kind, the lengths of its values, and the values, each followed by a NUL. A length is
+// one byte in a narrow row, and eight bytes in a wide row, which has a value of more than 250
+// bytes.
+constexpr unsigned char NarrowNull = 0xfb; // the server marks NULL by this length, too
 constexpr std::uint64_t WideNull = ~std::uint64_t{0};
 
 constexpr std::size_t JumpSize = 1 + sizeof(char*);
 constexpr std::size_t PageSize = 4096;
-// From this size on a chunk is pages of its own, put in place by the call that takes them, which
-// costs less than a fault for each.
+// A chunk of this size or more is mapped on its own, all its pages at once: a page fault for each
+// would cost more.
 constexpr std::size_t LargeChunk = std::size_t{256} << 10;
 
 } // namespace
 
-// The row that is found at a place: there, or in the next chunk.
+// The row at this place, or the one in the next chunk to which the place leads.
 inline const char* Rows::follow(const char* row)
 {
     if (*row == Jump) {
@@ -39,7 +40,7 @@ inline void Rows::added(const char* row, char* next)
         m_index.push_back(row);
     }
     ++m_count;
-    *next = Narrow; // until the next row is there
+    *next = Narrow; // no Jump unless the next row really is elsewhere
     m_next = next;
 }
 
@@ -55,7 +56,7 @@ Rows::~Rows()
     }
 }
 
-// Memory for a row of at most this size, where the next row begins.
+// Memory for a row of at most this size, at the place where the next row will begin.
 char* Rows::room(std::size_t size)
 {
     if (static_cast<std::size_t>(m_end - m_next) < size + JumpSize) {
@@ -90,10 +91,10 @@ void Rows::startChunk(std::size_t size)
 bool Rows::append(const unsigned char* packet, std::size_t size)
 {
     // Enough for a wide row, too: a second chunk for the same row would leave the first one empty,
-    // and follow() goes one chunk further, not two.
+    // and follow() looks only one chunk further.
     char* const row = room(1 + m_columns * sizeof WideNull + size);
-    // As it comes, each value follows its length: this becomes the NUL of the value before. The
-    // first one is where the last length will be.
+    // In the packet each value follows its length. The packet is copied so that its first byte lies
+    // where the last length will be. Each further length byte becomes the NUL of the value before.
     auto* const lengths = reinterpret_cast<unsigned char*>(row + 1);
     unsigned char* at = lengths + m_columns - 1;
     unsigned char* const end = at + size;

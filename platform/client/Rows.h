@@ -12,8 +12,8 @@ struct Cell {
     unsigned long length; ///< bytes
 };
 
-/// The stored rows of a result, packed one after the other. They stay where they are until the
-/// object goes, which gives their memory back.
+/// The stored rows of a result, packed one after the other. A row stays at its address until the
+/// object is destroyed, which gives all memory back to the system.
 class Rows {
 public:
     /// For rows of this many columns, at least 1.
@@ -25,18 +25,18 @@ public:
     ~Rows();
 
     std::uint64_t count() const { return m_count; }
-    /// Adds a row as the server sent it; false if it does not have as many values as there are
-    /// columns, to the byte.
+    /// Adds a row as the server sent it. Returns false, and adds nothing, if the packet does not
+    /// hold exactly one value per column.
     bool append(const unsigned char* packet, std::size_t size);
 
-    /// The row at an index below count(), to be read; the cost is the same for all of them.
+    /// The row at an index below count(), for read(). Costs the same whatever the index.
     const char* at(std::uint64_t index) const;
-    /// Reads the values of a row. Returns the row after it, which must not be read unless count()
-    /// says that there is one.
+    /// Reads the values of a row. Returns the next row, which may be read only if count() says that
+    /// there is one.
     const char* read(const char* row, Cell* cells) const;
 
 private:
-    // What a row begins with, or what is found in its place: the address of the next one.
+    // The first byte of a row. After Jump there is no row, but the address of the next one.
     enum Kind : char { Narrow, Wide, Jump };
 
     char* room(std::size_t size);
@@ -50,16 +50,16 @@ private:
         Chunk* next;
         std::size_t size;
     };
-    static constexpr std::uint64_t Step = 32; // rows
+    static constexpr std::uint64_t Step = 32; // one row in so many has its address in m_index
 
     std::size_t m_columns;
     std::uint64_t m_count = 0;
-    char* m_next; // where the next row begins
-    char* m_end;  // of the memory that it can take
+    char* m_next; // where the next row will begin
+    char* m_end;  // of the memory in which it may lie
     Chunk* m_chunks = nullptr;
     std::size_t m_nextSize = 4096;    // of the next chunk
     std::vector<const char*> m_index; // every Step-th row but the first
-    char m_few[448];                  // the first rows, so that most results need no chunk
+    char m_few[448];                  // the first rows: most results need no chunk
 };
 
 } // namespace client

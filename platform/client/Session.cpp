@@ -9,21 +9,21 @@ namespace client {
 
 namespace {
 
-// In these a character's second byte may be a backslash or a quote.
+// In these character sets the second byte of a character may be a backslash or a quote.
 constexpr std::array<std::string_view, 5> UnsafeCharacterSets = {"big5", "cp932", "gbk", "sjis",
                                                                  "gb18030"};
 
 constexpr std::string_view CharacterSet = "character_set_client";
-// The switches of the server's reports, and the list of the variables that they are about.
+// The variables that switch the server's reports on, and the one that lists what is reported.
 constexpr std::array<std::string_view, 2> Switches = {"session_track_state_change",
                                                       "session_track_schema"};
 constexpr std::string_view List = "session_track_system_variables";
 
 } // namespace
 
-// Values stand in "..." with \ escapes, so the two modes that change what these mean go, with the
-// six combined modes that bring them back. Every other mode stays. character_set_database is what
-// LOAD DATA INFILE reads files in.
+// Values are written as "..." with \ escapes. Two modes change the meaning of these and are
+// removed, and so are the six combined modes that would bring them back. EMPTY_STRING_IS_NULL goes,
+// too. Every other mode stays. LOAD DATA INFILE reads files in character_set_database.
 const char* const Session::Setup =
     "SET NAMES utf8mb4, SESSION character_set_database=utf8mb4, "
     "SESSION session_track_state_change=1, SESSION session_track_schema=1, "
@@ -63,7 +63,7 @@ void Session::asks()
 {
     m_asking = true;
     m_asSetUp = false;
-    m_listed = false; // unless the reply has the list, which lists itself
+    m_listed = false; // until the reply reports the list, which must contain its own name
 }
 
 bool Session::replied(unsigned status, std::string_view changes)
@@ -77,7 +77,8 @@ bool Session::replied(unsigned status, std::string_view changes)
         m_known = true;
     } else {
         m_clean = m_clean && m_leaves == Leaves::Less;
-        // A report that is switched off is not reported.
+        // A text whose words do not show what it changed may have switched the reports off, which
+        // is not reported.
         m_known = m_known && (m_leaves == Leaves::Something || m_leaves == Leaves::Less);
     }
     Fields all(changes.data(), changes.size());

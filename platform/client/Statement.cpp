@@ -13,7 +13,7 @@ namespace {
 
 enum class Reading { Store, DecideLate };
 
-// Reads the rows of the current result set and forgets them.
+// Reads the rows of the current result set and counts them.
 int discardRows(Link& link)
 {
     std::uint64_t count = 0;
@@ -28,8 +28,8 @@ int discardRows(Link& link)
     return 0;
 }
 
-// Reads what every statement of the text that was sent answers. The first result set goes to
-// `result` if there is one to fill.
+// Reads the answers to all statements of the text that was sent. The first result set goes to
+// `result`, unless that is null.
 int readAnswers(Link& link, std::unique_ptr<Result>* result, Reading reading)
 {
     do {

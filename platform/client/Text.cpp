@@ -12,7 +12,7 @@ namespace client {
 
 namespace {
 
-// What the server skips around a statement.
+// Whether the server skips the character around a statement.
 bool isBlank(char c)
 {
     return c == ' ' || (c >= '\t' && c <= '\r') || c == ';';
@@ -38,7 +38,7 @@ char capital(char c)
     return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c;
 }
 
-// Word is in capitals.
+// The word must be in capitals.
 bool equals(std::string_view text, std::string_view word)
 {
     return std::ranges::equal(text, word, {}, capital);
@@ -64,8 +64,8 @@ constexpr std::uint64_t sixLetters(std::string_view text)
     return letters & 0xdfdfdfdfdfdf;
 }
 
-// What nearly every text is: one SELECT, INSERT, UPDATE, DELETE or REPLACE without a function and a
-// variable. It need not be taken apart.
+// Recognises quickly what nearly every text is, so that it need not be split into tokens: one
+// SELECT, INSERT, UPDATE, DELETE or REPLACE that has neither a function nor a variable.
 bool isPlainQuery(std::string_view text)
 {
     static constexpr std::array<std::uint64_t, 4> Kinds = {
@@ -86,7 +86,7 @@ bool isPlainQuery(std::string_view text)
     }
     return text.find('(') == std::string_view::npos && text.find('@') == std::string_view::npos &&
            text.find(';') == std::string_view::npos &&
-           text.find('!') == std::string_view::npos; // of a comment that the server executes
+           text.find('!') == std::string_view::npos; // begins a comment that the server executes
 }
 
 // A word, a quoted name without its quotation marks, or one other character.
@@ -102,8 +102,8 @@ struct Token {
     }
 };
 
-// Takes a text apart. Literals, comments and blanks are left out; a comment that servers of some
-// versions execute is a token.
+// Splits a text into tokens. Literals, comments and blanks are skipped. The beginning of a comment
+// that some server versions execute is a token.
 class Tokens {
 public:
     explicit Tokens(std::string_view text) : m_rest(text) {}
@@ -154,7 +154,7 @@ private:
         const std::size_t found = m_rest.find(end);
         m_rest.remove_prefix(found != std::string_view::npos ? found + end.size() : m_rest.size());
     }
-    // A doubled quotation mark ends one literal and begins another: the same to us.
+    // A doubled quotation mark is treated as the end of one literal and the beginning of another.
     void skipLiteral(char quote)
     {
         for (std::size_t from = 1;;) {
@@ -175,8 +175,7 @@ private:
     std::string_view m_rest;
 };
 
-// Whether a name that stands in front of "(" cannot be a stored function's: `before` is the token
-// in front of the name.
+// Whether a name before "(" cannot be a stored function's. `before` is the token before the name.
 bool isKnownCall(const Token& before, const Token& name, bool qualified)
 {
     static constexpr std::array<std::string_view, 5> IntoTable = {"INTO", "TABLE", "INSERT",
@@ -184,7 +183,7 @@ bool isKnownCall(const Token& before, const Token& name, bool qualified)
     return before.isOneOf(IntoTable) || (!qualified && isBuiltIn(name.text));
 }
 
-// What a statement may leave as its first words tell; `tokens` is after the first one.
+// What a statement may leave, judged by its first words. `tokens` continues after the first one.
 Leaves leavesByKind(const Token& first, Tokens tokens)
 {
     static constexpr std::array<std::string_view, 31> Ordinary = {
@@ -195,7 +194,8 @@ Leaves leavesByKind(const Token& first, Tokens tokens)
     static constexpr std::array<std::string_view, 5> Leaving = {"SET", "USE", "PREPARE",
                                                                 "DEALLOCATE", "LOCK"};
     Token second = tokens.next();
-    if (first.is("BEGIN") || first.is("START")) { // not of a compound statement, or a replica
+    // BEGIN may begin a compound statement, too, and START a replica.
+    if (first.is("BEGIN") || first.is("START")) {
         const bool transaction =
             second.is(first.is("BEGIN") ? "WORK" : "TRANSACTION") ||
             (first.is("BEGIN") && (second.kind == Token::End || second.is(";")));
@@ -216,7 +216,7 @@ Leaves leavesByKind(const Token& first, Tokens tokens)
     return first.isOneOf(Ordinary) ? Leaves::Nothing : Leaves::Unknown;
 }
 
-// Of both together: something of one statement can hide what another one does.
+// What two statements leave together. If both leave something, one may hide what the other does.
 Leaves together(Leaves all, Leaves one)
 {
     return all == Leaves::Nothing ? one : one == Leaves::Nothing ? all : Leaves::Unknown;
@@ -240,11 +240,11 @@ Leaves leaves(std::string_view text)
     }
     Leaves all = Leaves::Nothing;
     Tokens tokens(text);
-    Token before; // in front of the name that `last` may be, qualified or not
+    Token before; // the token before `last`, or before the qualified name that `last` ends
     Token last;
     bool qualified = false;
-    bool begins = true;    // a statement
-    bool evaluates = true; // functions are called; a definition names them
+    bool begins = true;    // the next token begins a statement
+    bool evaluates = true; // a name before "(" is a call; in a definition it need not be
     for (Token token = tokens.next(); token.kind != Token::End; token = tokens.next()) {
         if (token.kind == Token::Versioned) {
             return Leaves::Unknown;
@@ -266,7 +266,7 @@ Leaves leaves(std::string_view text)
                 return Leaves::Unknown;
             }
         } else if (token.is("@")) {
-            // A variable of the system begins with two; reading one leaves nothing.
+            // Reading a system variable, @@name, leaves nothing.
             Tokens ahead = tokens;
             if (ahead.next().is("@")) {
                 tokens = ahead;

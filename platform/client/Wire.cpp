@@ -13,13 +13,13 @@
 
 namespace client {
 
-// Heads and numbers are copied as they lie in the packet.
+// Numbers are copied from packets byte for byte.
 static_assert(std::endian::native == std::endian::little);
 
 namespace {
 
 constexpr std::size_t UsualCapacity = std::size_t{64} << 10;
-// A shorter text is copied after its head: one piece costs the kernel less than two.
+// A shorter text is copied behind its head: the kernel sends one piece faster than two.
 constexpr std::size_t ShortText = std::size_t{16} << 10;
 
 std::int64_t now()
@@ -52,7 +52,7 @@ void Wire::limitTime(int milliseconds)
 
 bool Wire::send(unsigned char command, std::string_view text)
 {
-    // A buffer that a long packet made large is not kept.
+    // A buffer that grew for a long packet is not kept.
     if (m_capacity != UsualCapacity) {
         m_buffer.reset(static_cast<unsigned char*>(std::malloc(UsualCapacity + 1)));
         m_capacity = m_buffer ? UsualCapacity : 0;
@@ -73,7 +73,7 @@ bool Wire::send(unsigned char command, std::string_view text)
     }
     std::array<unsigned char, HeadSize + 1> head;
     head[HeadSize] = command;
-    std::size_t commandSize = 1; // only the first part begins with it
+    std::size_t commandSize = 1; // only the first part has the command's number
     for (unsigned char number = 0;; ++number) {
         const std::size_t taken = std::min(text.size(), LongPacket - commandSize);
         writeHead(head.data(), taken + commandSize, number);
@@ -125,7 +125,18 @@ bool Wire::sendBoth(std::string_view head, std::string_view text) const
     return true;
 }
 
-// The parts of a long packet are moved together.
+// Receives until this many bytes are there and not yet taken.
+inline bool Wire::fill(std::size_t size)
+{
+    while (m_end - m_begin < size) {
+        if (!receiveMore()) {
+            return false;
+        }
+    }
+    return true;
+}
+
+// Moves the parts of a long packet together.
 unsigned char* Wire::receiveSlowly(std::size_t& size)
 {
     size = 0;
@@ -156,34 +167,34 @@ unsigned char* Wire::receiveSlowly(std::size_t& size)
     }
 }
 
-// Reads until this many bytes are received and not taken.
-bool Wire::fill(std::size_t size)
+// Receives at least one byte.
+bool Wire::receiveMore()
 {
-    while (m_end - m_begin < size) {
-        // Not in a blocking recv(), which would be woken once more, when the server reads the
-        // command.
-        if (!m_answered && !awaitInput()) {
-            return false;
-        }
-        m_answered = true;
-        if (m_begin == m_end) {
-            m_begin = m_end = 0;
-        } else if (m_end == m_capacity) {
-            makeRoom();
-        }
+    // poll() rather than a blocking recv(): that one is also woken when the server reads the
+    // command, which doubles the context switches per statement.
+    if (!m_answered && !awaitInput()) {
+        return false;
+    }
+    m_answered = true;
+    if (m_begin == m_end) {
+        m_begin = m_end = 0;
+    } else if (m_end == m_capacity) {
+        makeRoom();
+    }
+    for (;;) {
         const ssize_t got =
             recv(m_socket, m_buffer.get() + m_end, m_capacity - m_end, MSG_DONTWAIT);
         if (got > 0) {
             m_end += static_cast<std::size_t>(got);
-        } else if (got == 0 || (errno == EAGAIN && !awaitInput()) ||
-                   (errno != EAGAIN && errno != EINTR)) {
+            return true;
+        }
+        if (got == 0 || (errno == EAGAIN && !awaitInput()) || (errno != EAGAIN && errno != EINTR)) {
             return false;
         }
     }
-    return true;
 }
 
-// The buffer grows with what has come, not with what a packet says that it has.
+// The buffer grows with the bytes that came, not with the length that a packet announces.
 void Wire::makeRoom()
 {
     if (m_begin > 0) {
@@ -203,7 +214,7 @@ void Wire::makeRoom()
     }
 }
 
-// False once the time is up.
+// Waits for input. Returns false once the time is up.
 bool Wire::awaitInput() const
 {
     int left = -1;

@@ -9,27 +9,29 @@
 
 namespace client {
 
-/// The client's half of the server's protocol, on a socket that is logged in: commands are sent
-/// from where their text lies, and packets are looked at in place in a buffer that large reads
+/// The client's side of the server's protocol, on a socket that is logged in. A long command is
+/// sent from where its text lies. Received packets are read in place, in a buffer that large reads
 /// fill.
 ///
-/// Interrupted system calls are continued. No call raises SIGPIPE.
+/// Interrupted system calls are repeated. No call raises SIGPIPE.
 class Wire {
 public:
-    /// Takes a socket, which stays its owner's; what was read from an earlier one is dropped.
+    /// Uses this socket from now on. Its owner stays responsible for closing it. Bytes that were
+    /// read from an earlier socket are dropped.
     void attach(int socket);
     int socket() const { return m_socket; }
 
     /// Sends a command: its number, then the text. Answers that were not read are dropped. Returns
-    /// false if the connection is lost; the server then has no more than a part of the command,
-    /// and does not run it.
+    /// false if the connection is lost. The server then has only a part of the command at most, and
+    /// does not run it.
     bool send(unsigned char command, std::string_view text);
-    /// Sends an empty packet in answer to the packet received last; false if the connection is
+    /// Replies with an empty packet to the packet received last. Returns false if the connection is
     /// lost.
     bool sendEmpty();
 
-    /// The next packet, or null on failure, see fault(). It may be written to and lives until the
-    /// next call. There is a byte after it, which must be what it was by then.
+    /// The next packet, or null on failure, see fault(). It lives until the next call and may be
+    /// written to. The byte after it may be written to as well, but must be restored before the
+    /// next call.
     unsigned char* receive(std::size_t& size)
     {
         std::uint32_t head; // length and number
@@ -44,18 +46,18 @@ public:
         return receiveSlowly(size);
     }
 
-    /// Why receive() failed: what is wrong with what was received, or null if the connection is
-    /// lost or the time is up.
+    /// Why receive() failed: what is wrong with the packets, or null if the connection is lost or
+    /// the time is up.
     const char* fault() const { return m_fault; }
 
-    /// Limits the time until receive() fails, in milliseconds from now for all packets together;
-    /// negative for no limit, as at first.
+    /// From now on, receive() fails once so many milliseconds have passed, counted from this call.
+    /// A negative number removes the limit; there is none at first.
     void limitTime(int milliseconds);
 
 private:
     static constexpr std::size_t HeadSize = 4; // three bytes of length, one of number
-    static constexpr std::size_t LongPacket =
-        0xffffff; // this length says that another part follows
+    // The greatest length; it says that the packet goes on in another part.
+    static constexpr std::size_t LongPacket = 0xffffff;
 
     unsigned char* take(std::size_t size)
     {
@@ -66,6 +68,7 @@ private:
     }
     unsigned char* receiveSlowly(std::size_t& size);
     bool fill(std::size_t size);
+    bool receiveMore();
     void makeRoom();
     bool awaitInput() const;
     bool sendBoth(std::string_view head, std::string_view text) const;
@@ -75,19 +78,19 @@ private:
     };
 
     int m_socket = -1;
-    // Holds one byte more than its capacity, which is the one after the last packet.
+    // One byte larger than m_capacity, so that there is a byte after the last packet.
     std::unique_ptr<unsigned char[], Free> m_buffer;
     std::size_t m_capacity = 0;
-    std::size_t m_begin = 0; // of what was received and not yet taken
+    std::size_t m_begin = 0; // of the bytes that were received and not yet taken
     std::size_t m_end = 0;
     unsigned char m_number = 0; // of the next packet
-    bool m_answered = false;    // something has come since a command was sent
+    bool m_answered = false;    // bytes have come since the last command was sent
     const char* m_fault = nullptr;
-    std::int64_t m_deadline = -1; // of the steady clock, in milliseconds
+    std::int64_t m_deadline = -1; // milliseconds of the steady clock; negative for none
 };
 
-/// Takes fields off the front of a packet. Past the end every field is 0 or empty, and broken() is
-/// true.
+/// Takes fields off the front of a packet. A field that reaches past the end is 0 or cut short, and
+/// broken() is true from then on.
 class Fields {
 public:
     Fields(const void* data, std::size_t size)
@@ -96,7 +99,7 @@ public:
     std::size_t left() const { return static_cast<std::size_t>(m_end - m_at); }
     bool broken() const { return m_broken; }
 
-    /// A number of this many bytes, 8 at most.
+    /// A number of this many bytes, at most 8.
     std::uint64_t fixed(std::size_t bytes)
     {
         std::uint64_t value = 0;
@@ -109,12 +112,14 @@ public:
         m_at += bytes;
         return value;
     }
-    /// A number whose first byte is itself, or says how many bytes it has.
+    /// A number of varying length: its first byte is the number itself, or says how many bytes
+    /// follow.
     std::uint64_t number()
     {
         const std::uint64_t first = fixed(1);
         return first < 0xfb ? first : fixed(first == 0xfc ? 2 : first == 0xfd ? 3 : 8);
     }
+    /// This many bytes.
     std::string_view text(std::uint64_t size)
     {
         if (size > left()) {
@@ -126,7 +131,7 @@ public:
         m_at += size;
         return found;
     }
-    /// A text after its length.
+    /// The bytes that follow a number(), which is their count.
     std::string_view text() { return text(number()); }
 
 private:

@@ -11,7 +11,7 @@ namespace {
 std::uint32_t parseDottedQuad(const std::string& text)
 {
     in_addr parsed{};
-    // inet_pton sees a C string: a NUL inside the text would hide what follows it.
+    // inet_pton stops at a NUL and would accept whatever follows it.
     if (text.find('\0') != std::string::npos || inet_pton(AF_INET, text.c_str(), &parsed) != 1) {
         Exception refused("IPAddress", 4);
         refused.stringParameter(text);

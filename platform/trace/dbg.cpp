@@ -10,7 +10,7 @@ namespace {
 
 std::uint32_t maskWord = 0;
 
-// Runs when the library is loaded, ahead of the program's own constructors.
+// Runs when the library is loaded, before the program's own constructors.
 [[gnu::constructor]] void readMask()
 {
     if (const char* mask = std::getenv("BASEPP_DBG_MASK")) {
@@ -28,7 +28,7 @@ void debug(const char* file, int line, const char* function, int code, const cha
 {
     constexpr std::size_t LineLimit = 4096;
     char text[LineLimit];
-    // snprintf tells the length that it would have written; what was written ends with a NUL.
+    // snprintf returns the length that the text would have uncut. What it wrote ends with a NUL.
     const auto advance = [](std::size_t used, int length) {
         return std::min(used + static_cast<std::size_t>(std::max(length, 0)), LineLimit - 1);
     };
@@ -38,7 +38,7 @@ void debug(const char* file, int line, const char* function, int code, const cha
     va_start(arguments, format);
     used = advance(used, std::vsnprintf(text + used, sizeof text - used, format, arguments));
     va_end(arguments);
-    // A statement's own line breaks would make it several lines.
+    // Line breaks of a statement would make it several lines.
     std::replace_if(
         text, text + used, [](char c) { return c == '\n' || c == '\r'; }, ' ');
     text[used] = '\n';

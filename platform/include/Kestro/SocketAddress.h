@@ -13,7 +13,7 @@ public:
     /// zeros. Throws Exception("IPAddress", 4) with the text as string parameter for anything else.
     explicit IPAddress(const std::string& dottedQuad);
 
-    /// The address as a number, first part highest: 0x7f000001 for 127.0.0.1.
+    /// The address as a number whose highest byte is the first part: 0x7f000001 for 127.0.0.1.
     std::uint32_t value() const { return m_value; }
     /// The dotted quad.
     std::string asString() const;
@@ -27,13 +27,13 @@ private:
 /// An IPv4 address and a port. A plain value: distinct objects are independent.
 class SocketAddress {
 public:
-    /// Both parts as plain numbers, in the byte order of the machine.
+    /// Address and port as numbers in the machine's byte order.
     struct INET {
         std::uint32_t address; ///< as IPAddress::value()
         unsigned port;         ///< 0 to 65535
     };
 
-    /// Throws Exception("SocketAddress", 4) with the port as string parameter if it is over 65535.
+    /// Throws Exception("SocketAddress", 4) with the port as string parameter if it is above 65535.
     SocketAddress(const IPAddress& address, unsigned port);
 
     /// Address and port.

@@ -6,13 +6,13 @@
 #pragma GCC visibility push(default)
 namespace Kestro {
 
-/// A mutex that the thread which holds it may lock again; it is free after as many unlocks.
-/// Every operation may be called from any thread; unlock only by the holder.
+/// A recursive mutex: the thread that holds it may lock it again, and must unlock it as many times.
+/// Any thread may lock it; only the holder may unlock it.
 class Mutex {
 public:
-    /// Waits until no other thread holds the mutex, and takes it once more.
+    /// Waits until no other thread holds the mutex, and locks it.
     void lock() { m_mutex.lock(); }
-    /// Gives it back once.
+    /// Undoes one lock().
     void unlock() { m_mutex.unlock(); }
 
 private:
@@ -22,7 +22,7 @@ private:
 /// Holds a Mutex from construction to destruction. The mutex must outlive it.
 class [[nodiscard]] Synchronized {
 public:
-    /// Locks the mutex, waiting for it if need be.
+    /// Locks the mutex, waiting for it if necessary.
     explicit Synchronized(Mutex& mutex) : m_lock(mutex) {}
 
 private:
@@ -41,8 +41,8 @@ public:
 
     /// Waits until the count is above 0 and takes one from it.
     void wait();
-    /// Takes one from the count if it is above 0 and tells whether it did. Never waits, and fails
-    /// only when the count is 0.
+    /// Takes one from the count if it is above 0 and returns true; returns false if it is 0. Never
+    /// waits.
     bool trywait();
     /// Adds one to the count and wakes one waiter. Throws Exception("Semaphore", 4) if the count is
     /// SEM_VALUE_MAX already.
