@@ -129,6 +129,7 @@ TEST(TableMap, ExactReferencesWriteAndTakeTheWholeValue)
         {written(true), "(1)1\n"},
         {written(std::optional<int>(7)), "(7)7\n"},
         {written(std::optional<double>()), "(NULL)\\N\n"},
+        {written(std::optional<std::string>()), "(NULL)\\N\n"},
         {written(std::optional("\"\0"s)), R"(("\"\0")\"\0)"s + '\n'},
         {written(std::optional(""s)), "(\"\")\n"},
         {written(2026y / 1 / 31), "(\"2026-01-31\")2026-01-31\n"},
