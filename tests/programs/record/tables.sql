@@ -58,7 +58,7 @@ INSERT INTO every_type VALUES ('most',
     ST_GeomFromText('MULTILINESTRING((0 0, 1 1))'),
     ST_GeomFromText('MULTIPOLYGON(((0 0, 1 0, 1 1, 0 0)))'),
     ST_GeomFromText('GEOMETRYCOLLECTION(POINT(1 1))'));
--- Behind a full row: what NULL does not reset would be the row's above.
+-- All that may be NULL is.
 INSERT INTO every_type (id, c_bool, c_usmallint, c_umediumint, c_int, c_uint, c_bigint, c_ubigint,
     c_float, c_double, c_decimal, c_datetime, c_year, c_varchar, c_binary, c_longtext,
     c_longblob, c_point)
@@ -89,15 +89,13 @@ CREATE TABLE `class` (
 );
 INSERT INTO `class` (`class`, `key`, `int`, `template`) VALUES ('a', 1, 3, x'610062'), ('b', 1, 4, NULL);
 CREATE TABLE database_ (
-    `database` INT PRIMARY KEY, handle INT, `row` INT, bound INT, text INT, `variable` INT, value INT,
-    `column` INT, toStream INT, valueText INT, valueEnd INT, asDouble INT, std INT, Kestro INT, Number INT, Nullable DOUBLE,
-    Fetched BIT, readBytes BLOB, T INT, Plain INT, m_variable INT, DatabaseRecord INT, Database_ INT,
-    KYDBTableSimple INT, KYVarRef INT, KYDB_FLAG_KEY INT, m_dbmap INT, dbmap_init INT, dbmap_size INT,
+    `database` INT PRIMARY KEY, handle INT, text INT, value INT, std INT, Kestro INT, optional DOUBLE,
+    Fetched BIT, exact BLOB NOT NULL, DatabaseRecord INT, Database_ INT, KYDBTableSimple INT, KYVarRef INT, KYDB_FLAG_KEY INT, m_dbmap INT, dbmap_init INT, dbmap_size INT,
     table_name INT, DBDatabase INT, `get` INT, save INT, remove INT, parse INT, assign INT, dump INT,
     execute INT, get_error_number INT, sql_keys INT, errno INT, stdin INT, NULL_ INT, `EOF` INT,
     INT_MAX INT, `linux` INT, `unix` INT, `assert` INT, size_t INT, push_back INT, empty INT, db_client INT
 );
-INSERT INTO database_ (`database`, handle, Fetched, readBytes) VALUES (1, 2, 1, 'a\0b'), (2, 3, NULL, NULL);
+INSERT INTO database_ (`database`, handle, Fetched, exact) VALUES (1, 2, 1, 'a\0b'), (2, 3, NULL, '');
 CREATE TABLE `number` (`number` DOUBLE PRIMARY KEY, nullable INT);
 INSERT INTO `number` VALUES (0.1, 1), (1e300, NULL), (12345678901234567890, 0);
 CREATE TABLE `2 größe 漢字` (`größe` VARCHAR(5) NOT NULL, `漢字` INT NOT NULL, UNIQUE (`größe`, `漢字`));
