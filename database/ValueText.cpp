@@ -103,12 +103,6 @@ template <Number T> void ValueText<T>::append(std::string& text, const T& value)
         }
         char digits[NumberSize];
         text.append(digits, std::to_chars(std::begin(digits), std::end(digits), value).ptr);
-        if constexpr (std::floating_point<T>) {
-            // The server takes -0 for an integer, which has no sign then.
-            if (value == 0 && std::signbit(value)) {
-                text += "e0";
-            }
-        }
     }
 }
 

@@ -1,5 +1,6 @@
 #include <Kestro/TableMap/KYDatabase.h>
 
+#include <Kestro/TableMap/KYDBTransaction.h>
 #include <basepp/dbg.h>
 
 namespace Kestro {
@@ -31,12 +32,19 @@ void KYDBDatabase::selectDB(const std::string& database)
     }
 }
 
-void KYDBDatabase::execute(Database::Query& query)
+// The connection, which is reopened if it was closed. The caller has the lock.
+Database::Connection& KYDBDatabase::opened()
 {
-    const Synchronized lock(m_mutex);
     if (m_connection.state() != Database::Connection::Connected) {
         m_connection.connect();
     }
+    return m_connection;
+}
+
+void KYDBDatabase::execute(Database::Query& query)
+{
+    const Synchronized lock(m_mutex);
+    opened();
     query.execute();
 }
 
@@ -88,5 +96,11 @@ std::string KYDBDatabase::get_error_message() const
     const Synchronized lock(m_recordMutex);
     return m_errorMessage;
 }
+
+KYDBTransaction::KYDBTransaction(KYDBDatabase& database)
+    : m_lock(database.m_mutex), m_transaction(database.opened())
+{}
+
+KYDBTransaction::~KYDBTransaction() = default;
 
 } // namespace Kestro

@@ -58,6 +58,9 @@ public:
     std::string get_error_message() const;
 
 private:
+    friend class KYDBTransaction;
+    Database::Connection& opened();
+
     Database::Connection m_connection;
     Mutex m_mutex; // guards the connection
     std::string m_errorMessage;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <Kestro/Api.h>
+#include <Kestro/Database/BitsetText.h>
 #include <Kestro/Database/ValueText.h>
 
 #include <concepts>

@@ -1,0 +1,34 @@
+#include <Kestro/Database/Scalar.h>
+
+#include <Kestro/Database/Query.h>
+
+namespace Kestro::Database::detail {
+
+namespace {
+
+constexpr char File[] = "Scalar";
+constexpr unsigned NoRowLine = 1;
+
+} // namespace
+
+ScalarRow::ScalarRow(Connection& connection, const std::string& statement)
+{
+    OneRowParser parser(*this);
+    Query query(connection, &parser, true);
+    query << statement;
+    query.execute();
+    if (!m_found) {
+        throw DatabaseException(4, File, NoRowLine, "there is no row : " + statement, 0);
+    }
+}
+
+ScalarRow::~ScalarRow() = default;
+
+bool ScalarRow::parse(void* connection, void* result, void* row)
+{
+    m_found = true;
+    m_value = column(connection, result, row, 0);
+    return false;
+}
+
+} // namespace Kestro::Database::detail
