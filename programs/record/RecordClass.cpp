@@ -172,7 +172,8 @@ std::string classComment(const std::string& table, const Needs& needs)
         "/// Written by kestro-record: a row of the table \"" + literal(table) + "\".\n";
     if (needs.nullable) {
         text += R"(///
-/// A column that may be NULL is a std::optional, which is empty for NULL. As a key NULL finds nothing.
+/// A column that may be NULL is a std::optional, which is empty for NULL. As a key NULL finds
+/// nothing.
 )";
     }
     if (needs.numbered) {

@@ -48,6 +48,7 @@ private:
         std::vector<Record> fetched = fetchAll<Record>(m_source);
         std::vector<KYDBTableSimple*> records;
         for (Record& record : fetched) {
+            (void)record.table_name(); // binds the record to the source before the copy
             records.push_back(&record);
         }
         return records.empty() ? wrong("there are no rows") : comesBack(records);
