@@ -199,10 +199,9 @@ bool KYVarRefT<char*>::empty() const
 
 void KYVarRefT<char*>::assign(const std::string& text)
 {
-    const std::size_t length =
-        m_size > 0 ? std::min(text.size(), static_cast<std::size_t>(m_size) - 1) : text.size();
-    std::memcpy(m_buf, text.data(), length);
-    m_buf[length] = '\0';
+    const std::string_view value = text.c_str(); // up to its first NUL, as a buffer holds it
+    const std::size_t room = m_size > 0 ? static_cast<std::size_t>(m_size) - 1 : value.size();
+    m_buf[value.copy(m_buf, room)] = '\0';
 }
 
 VarRefBase* KYVarRefT<char*>::dup() const
@@ -307,7 +306,7 @@ std::ostream& operator<<(std::ostream& os, const DBSelectRange& range)
 
 namespace {
 
-// Lets failures of an action on a column say which column it was.
+// Runs an action on a column; an exception out of it then names the column.
 template <class Action> void naming(const std::string& column, const Action& action)
 {
     try {
@@ -407,7 +406,7 @@ void KYDBKeyVarMap::dump(std::ostream& os) const
     }
 }
 
-// What write(text, column) appends for every selected column, with the separator between them.
+// The text that write(text, column) appends for each selected column, with separators between.
 template <class Write> std::string KYDBKeyVarMap::ofSelected(int mask, const std::string& separator,
                                                              const Write& write) const
 {
@@ -528,7 +527,7 @@ std::ostream& KYDBKeyVarMap::valuesforfile(std::ostream& os, int mask) const
 
 namespace {
 
-// What records and collections do alike with their handle and their error record.
+// Records and collections use their handle and their error record in the same way.
 KYDBDatabase& attached(KYDBDatabase* handle, const char* what, const std::string& table)
 {
     if (handle == nullptr) {

@@ -3,6 +3,7 @@
 
 #include <KestroTableMap>
 #include <basepp/dbg.h>
+#include <bitset>
 #include <limits>
 #include <locale>
 #include <sstream>
@@ -141,6 +142,8 @@ TEST(TableMap, ExactReferencesWriteAndTakeTheWholeValue)
         {assigned(std::optional<long>(), "-1"), "(-1)"},
         {assigned(true, "2"), misfit("(1)", "2")},
         {assigned(1.5, std::string(101, 'x')), misfit("(1.5)", std::string(100, 'x'))},
+        {assigned(std::bitset<9>(), "\1\2"), "(258)"},
+        {assigned(std::bitset<9>(7), "\2\1"), misfit("(7)", "\2\1")},
         {assigned("old"s, "a\0b"s), "(\"a\\0b\")"},
     };
     for (const auto& [actual, expected] : rows) {

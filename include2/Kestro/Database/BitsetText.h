@@ -9,9 +9,9 @@
 
 namespace Kestro::Database {
 
-/// Bits as BIT columns have them. They are written as a number, and read from the bytes that the
-/// server sends for the column, the highest first; more bits than the bitset has are refused. Not
-/// for data files, where the server takes a BIT column's text for its bytes.
+/// Bits of a BIT column. They are written as a number, and read from the bytes that the server
+/// sends for the column, the highest first. A value with more bits than the bitset has is refused.
+/// Not for data files: there the server takes the text of a BIT column for its bytes.
 template <std::size_t Count>
 requires(Count <= 64) struct ValueText<std::bitset<Count>> {
     static constexpr bool Quoted = false;
