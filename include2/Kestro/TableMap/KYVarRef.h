@@ -164,10 +164,11 @@ public:
     }
     bool empty() const override
     {
+        const Value* const held = value();
         if constexpr (std::same_as<Value, std::string>) {
-            return isNull() || value()->empty();
+            return held == nullptr || held->empty();
         } else {
-            return isNull();
+            return held == nullptr;
         }
     }
     void assign(const char* text) override
