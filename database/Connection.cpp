@@ -19,7 +19,7 @@ constexpr int GoneAway = 2006; // the client interface's number for a link that 
 
 constexpr std::size_t LongestText = 1000; // in what(): a screen of it
 
-constexpr unsigned RetryInterval = 3; // seconds between two looks of waitUntilServerReady
+constexpr unsigned RetryInterval = 3; // seconds between two attempts of waitUntilServerReady
 
 } // namespace
 
@@ -116,7 +116,6 @@ void Connection::disconnect()
         db_disconnect(m_handle);
         m_state = Disconnected;
         m_handle = nullptr;
-        lose(GoneAway);
     }
 }
 
@@ -156,19 +155,23 @@ std::string Connection::escapeString(const std::string& text) const
     return escaped;
 }
 
+std::uint32_t Connection::execute(const std::string& statement, RowParser* parser)
+{
+    Query query(*this, parser, true);
+    query << statement;
+    query.execute();
+    return query.affectedRows();
+}
+
 void Connection::dbCreate(const std::string& name)
 {
-    Query query(*this, nullptr, true);
-    query << "Create database " << name << ';';
-    query.execute();
+    execute("Create database " + name + ";");
 }
 
 void Connection::dbDelete(const std::string& name)
 {
     try {
-        Query query(*this, nullptr, true);
-        query << "Drop database " << name << ';';
-        query.execute();
+        execute("Drop database " + name + ";");
     } catch (const Exception& caught) {
         Exception refused("dbDelete", 4, DbDeleteFile, DbDeleteLine);
         refused.cause(caught);

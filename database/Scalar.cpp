@@ -1,7 +1,5 @@
 #include <Kestro/Database/Scalar.h>
 
-#include <Kestro/Database/Query.h>
-
 namespace Kestro::Database::detail {
 
 namespace {
@@ -14,9 +12,7 @@ constexpr unsigned NoRowLine = 1;
 ScalarRow::ScalarRow(Connection& connection, const std::string& statement)
 {
     OneRowParser parser(*this);
-    Query query(connection, &parser, true);
-    query << statement;
-    query.execute();
+    connection.execute(statement, &parser);
     if (!m_found) {
         throw DatabaseException(4, File, NoRowLine, "there is no row : " + statement, 0);
     }

@@ -1,6 +1,5 @@
 #include <Kestro/Database/Transaction.h>
 
-#include <Kestro/Database/Query.h>
 #include <Kestro/Database/Scalar.h>
 
 #include <algorithm>
@@ -17,18 +16,11 @@ constexpr unsigned InDoubtLine = 3;
 constexpr unsigned SecondLine = 4;
 
 constexpr int UnknownVariable = 1193;
-constexpr int GoneAway = 2006; // before anything was sent
-// A shutdown, a kill, a lost link, an answer that is none: the statement may have run.
+constexpr int GoneAway = 2006; // nothing was sent
+// A shutdown, a kill, a lost link, a malformed answer: the statement may have run.
 constexpr int NoAnswer[] = {1053, 1927, 2013, 2027};
 
-void execute(Connection& connection, const char* statement)
-{
-    Query query(connection);
-    query << statement;
-    query.execute();
-}
-
-// A server without the variable is believed to be in none.
+// On a server without the variable the answer is no.
 bool isInTransaction(Connection& connection)
 try {
     return scalar<bool>(connection, "SELECT @@in_transaction");
@@ -52,7 +44,7 @@ Transaction::Transaction(Connection& connection) : m_connection(connection)
                                 "the session is in a transaction already, which a statement began",
                                 0);
     }
-    execute(connection, "START TRANSACTION");
+    connection.execute("START TRANSACTION");
     connection.m_transaction = Connection::TransactionState::Open;
     m_open = true;
 }
@@ -81,7 +73,7 @@ void Transaction::commit()
             "the transaction was lost before it was committed: nothing of it is saved", number);
     }
     try {
-        execute(m_connection, "COMMIT");
+        m_connection.execute("COMMIT");
     } catch (const DatabaseException& refused) {
         if (refused.errorNumber() == GoneAway) {
             return commit();
@@ -102,7 +94,7 @@ void Transaction::rollback()
 {
     requireOpen();
     try {
-        execute(m_connection, "ROLLBACK");
+        m_connection.execute("ROLLBACK");
     } catch (const Exception&) {
         if (!isLost()) {
             throw;

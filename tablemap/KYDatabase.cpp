@@ -48,11 +48,10 @@ void KYDBDatabase::execute(Database::Query& query)
     query.execute();
 }
 
-void KYDBDatabase::execute(const std::string& sql, Database::RowParser* parser)
+std::uint32_t KYDBDatabase::execute(const std::string& sql, Database::RowParser* parser)
 {
-    Database::Query query(m_connection, parser, true);
-    query << sql;
-    execute(query);
+    const Synchronized lock(m_mutex);
+    return opened().execute(sql, parser);
 }
 
 int KYDBDatabase::Query_real(Database::Query& query)

@@ -48,9 +48,10 @@ public:
     [[nodiscard]] int Query(const std::string& sql, Database::RowParser* parser);
 
     /// As Query(), but throws: what Connection::connect() and Database::Query::execute() throw. The
-    /// error record stays unchanged.
+    /// error record stays unchanged. The second form returns the number of rows that were changed
+    /// or delivered.
     void execute(Database::Query& query);
-    void execute(const std::string& sql, Database::RowParser* parser = nullptr);
+    std::uint32_t execute(const std::string& sql, Database::RowParser* parser = nullptr);
 
     /// Number and message of the last failure of any thread, or 0 and "". A success does not clear
     /// them. Both return at once, also while a statement runs. Between the two calls another thread
