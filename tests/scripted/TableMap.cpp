@@ -151,7 +151,7 @@ TEST(TableMap, ExactReferencesWriteAndTakeTheWholeValue)
     }
 }
 
-TEST(TableMap, NullHandlesAreNeverFollowed)
+TEST(TableMap, NullHandlesAreNeverFollowedAndDumpShowsAll)
 {
     int number = 1;
     KYDBKeyVarMap map;
@@ -163,9 +163,11 @@ TEST(TableMap, NullHandlesAreNeverFollowed)
     const std::string failure = "no variable (4) at KYTable:1: column null: no variable";
     EXPECT_EQ(failureOf([&] { (void)map.values(3); }), failure);
     EXPECT_EQ(failureOf([&] { (void)map.keyvalues(3, ","); }), failure);
+    double unwritable = std::numeric_limits<double>::quiet_NaN();
+    map.push_back("d", unwritable, 1);
     std::ostringstream os;
     map.dump(os);
-    EXPECT_EQ(os.str(), "0:n::->1\n1:null::->no variable\n");
+    EXPECT_EQ(os.str(), "0:n::->1\n1:null::->no variable\n2:d::->SQL has no NaN\n");
 }
 
 TEST(TableMap, FragmentsHaveTheColumnsOfTheirMaskInOrder)
