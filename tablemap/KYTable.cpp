@@ -2,6 +2,8 @@
 #include <Kestro/TableMap/KYDBTable.h>
 #include <Kestro/TableMap/KYVarRef.h>
 
+#include "Escaped.h"
+
 #include <db_client.h>
 
 #include <algorithm>
@@ -11,7 +13,6 @@
 #include <iterator>
 #include <limits>
 #include <locale>
-#include <memory>
 #include <ostream>
 #include <sstream>
 #include <stdexcept>
@@ -22,7 +23,6 @@
 
 namespace {
 
-constexpr std::size_t ShortText = 500;  // is escaped on the stack
 constexpr std::size_t ColumnInSql = 32; // a guess at its length; longer ones grow
 
 // What failures report as their place, whatever the lines of this file.
@@ -32,27 +32,12 @@ constexpr unsigned MisfitLine = 2;
 constexpr char NoVariable[] = "no variable";
 constexpr int UnknownError = 2000; // the client interface's number for a failure without another
 
-void escape(std::string& out, std::string_view text)
-{
-    if (text.empty()) {
-        return;
-    }
-    char room[2 * ShortText + 1];
-    std::unique_ptr<char[]> more;
-    char* escaped = room;
-    if (text.size() > ShortText) {
-        more = std::make_unique_for_overwrite<char[]>(2 * text.size() + 1);
-        escaped = more.get();
-    }
-    out.append(escaped, db_escape_string(nullptr, escaped, text.data(), text.size()));
-}
-
 } // namespace
 
 std::string kydb_escape_string(const std::string& text)
 {
     std::string escaped;
-    escape(escaped, text);
+    Kestro::Database::appendEscaped(escaped, text);
     return escaped;
 }
 
@@ -134,7 +119,7 @@ const std::string& VarRefBase::doubleQuote()
 
 void VarRefBase::appendEscaped(std::string& text, std::string_view plain)
 {
-    escape(text, plain);
+    Database::appendEscaped(text, plain);
 }
 
 void VarRefBase::refuse(const std::string& value)
@@ -189,7 +174,7 @@ template <class T> void KYVarRefT<T>::append(std::string& text) const
         char digits[std::numeric_limits<T>::digits10 + 2];
         text.append(digits, std::to_chars(std::begin(digits), std::end(digits), *m_var).ptr);
     } else {
-        escape(text, *m_var);
+        Database::appendEscaped(text, *m_var);
     }
 }
 
@@ -214,10 +199,9 @@ bool KYVarRefT<char*>::empty() const
 
 void KYVarRefT<char*>::assign(const std::string& text)
 {
-    const std::size_t length =
-        m_size > 0 ? std::min(text.size(), static_cast<std::size_t>(m_size) - 1) : text.size();
-    std::memcpy(m_buf, text.data(), length);
-    m_buf[length] = '\0';
+    const std::string_view value = text.c_str(); // up to its first NUL, as a buffer holds it
+    const std::size_t room = m_size > 0 ? static_cast<std::size_t>(m_size) - 1 : value.size();
+    m_buf[value.copy(m_buf, room)] = '\0';
 }
 
 VarRefBase* KYVarRefT<char*>::dup() const
@@ -230,7 +214,7 @@ void KYVarRefT<char*>::append(std::string& text) const
     if (typeid(*this) != typeid(KYVarRefT)) {
         VarRefBase::append(text);
     } else {
-        escape(text, m_buf);
+        Database::appendEscaped(text, m_buf);
     }
 }
 
@@ -322,7 +306,7 @@ std::ostream& operator<<(std::ostream& os, const DBSelectRange& range)
 
 namespace {
 
-// Lets failures of an action on a column say which column it was.
+// Runs an action on a column; an exception out of it then names the column.
 template <class Action> void naming(const std::string& column, const Action& action)
 {
     try {
@@ -422,7 +406,7 @@ void KYDBKeyVarMap::dump(std::ostream& os) const
     }
 }
 
-// What write(text, column) appends for every selected column, with the separator between them.
+// The text that write(text, column) appends for each selected column, with separators between.
 template <class Write> std::string KYDBKeyVarMap::ofSelected(int mask, const std::string& separator,
                                                              const Write& write) const
 {
@@ -543,7 +527,7 @@ std::ostream& KYDBKeyVarMap::valuesforfile(std::ostream& os, int mask) const
 
 namespace {
 
-// What records and collections do alike with their handle and their error record.
+// Records and collections use their handle and their error record in the same way.
 KYDBDatabase& attached(KYDBDatabase* handle, const char* what, const std::string& table)
 {
     if (handle == nullptr) {

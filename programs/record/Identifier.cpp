@@ -27,9 +27,8 @@ constexpr std::string_view Taken =
     " DBConnection DBDatabase KYDBTableBase KYDBTableSimple assign dbmap_clear dbmap_init "
     "dbmap_size dump execute get get_error_message get_error_number m_dbmap parse remove "
     "save sql_keys sql_keyupdate sql_keyvalues sql_values table_name sql_valuesforfile "
-    "Fetched KYVarRef Kestro Nullable Number nullable bound database db_client handle readBytes "
-    "row std toStream valueText valueEnd asDouble alloca assert errno linux offsetof "
-    "sched_priority stderr stdin stdout unix ";
+    "Fetched KYVarRef Kestro database handle std alloca assert errno linux offsetof sched_priority "
+    "stderr stdin stdout unix ";
 
 bool isAmong(std::string_view words, const std::string& name)
 {

@@ -13,8 +13,8 @@ constexpr std::string_view Indent = "    ";
 
 /// How a column's values live in a variable.
 struct Kind {
-    std::string_view variable;
-    bool own = false;            ///< of a type that the library has no reference for
+    std::string variable;
+    std::string_view start = {}; ///< its value in a new record, if it does not make one itself
     bool bytes = false;          ///< with NULs among them
     std::string_view exact = {}; ///< behind the name, makes the server send the whole value
 };
@@ -36,22 +36,25 @@ Kind kindOf(std::string_view type)
     const bool isUnsigned = type.find(" unsigned") != std::string_view::npos;
 
     if (among(std::to_array<std::string_view>({"tinyint", "smallint", "mediumint", "year"}))) {
-        return {.variable = "int"};
+        return {.variable = "int", .start = " = 0"};
     }
     if (word == "int") {
-        return {.variable = isUnsigned ? "long" : "int"};
+        return {.variable = isUnsigned ? "unsigned" : "int", .start = " = 0"};
     }
     if (word == "bigint") {
-        return {.variable = isUnsigned ? "unsigned long" : "long", .own = isUnsigned};
+        return {.variable = isUnsigned ? "unsigned long" : "long", .start = " = 0"};
     }
     if (word == "double") {
-        return {.variable = "double", .own = true};
+        return {.variable = "double", .start = " = 0"};
     }
     if (word == "float") {
-        return {.variable = "float", .own = true, .exact = "+0e0"};
+        return {.variable = "float", .start = " = 0", .exact = "+0e0"};
+    }
+    if (type == "bit(1)") {
+        return {.variable = "bool", .start = " = false"};
     }
     if (word == "bit") {
-        return {.variable = "unsigned long", .own = true, .exact = "+0"};
+        return {.variable = "std::bitset<" + std::string(type.substr(4, type.find(')') - 4)) + '>'};
     }
     return {.variable = "std::string", .bytes = among(Bytes)};
 }
@@ -66,11 +69,11 @@ struct Variable {
 
 std::string declaration(const Variable& variable)
 {
-    const std::string type(variable.kind.variable);
+    const Kind& kind = variable.kind;
     if (variable.column.nullable) {
-        return "std::optional<" + type + "> " + variable.name + ';';
+        return "std::optional<" + kind.variable + "> " + variable.name + ';';
     }
-    return type + ' ' + variable.name + (type == "std::string" ? ";" : " = 0;");
+    return (kind.variable + ' ' + variable.name).append(kind.start) + ';';
 }
 
 std::string declarations(const std::vector<Variable>& variables)
@@ -111,10 +114,8 @@ std::string call(const std::string& function, const std::vector<std::string>& ar
 
 std::string reference(const Variable& variable)
 {
-    if (variable.column.nullable) {
-        return (variable.kind.own ? "nullable<Number>(" : "nullable(") + variable.name + ')';
-    }
-    return variable.kind.own ? "KYVarRef(new Number(" + variable.name + "))" : variable.name;
+    const bool fits = !variable.kind.bytes || variable.column.nullable;
+    return fits ? variable.name : "KYVarRef::exact(" + variable.name + ')';
 }
 
 std::string flags(const Variable& variable)
@@ -144,8 +145,7 @@ struct Needs {
     bool key = false;
     bool numbered = false;
     bool nullable = false;
-    bool number = false;
-    bool bytes = false;
+    bool bits = false;
     bool fetched = false;
 
     explicit Needs(const std::vector<Variable>& variables)
@@ -154,8 +154,7 @@ struct Needs {
             key |= variable.column.key;
             numbered |= variable.column.numbered;
             nullable |= variable.column.nullable;
-            number |= variable.kind.own;
-            bytes |= variable.kind.bytes;
+            bits |= variable.kind.variable.starts_with("std::bitset");
             fetched |= flags(variable) == "Fetched" || !variable.kind.exact.empty();
         }
     }
@@ -163,24 +162,8 @@ struct Needs {
 
 std::string includes(const Needs& needs)
 {
-    std::string text = "#include <KestroTableMap>\n";
-    if (needs.number) {
-        text += "#include <charconv>\n";
-    }
-    if (needs.bytes) {
-        text += "#include <db_client.h>\n";
-    }
-    if (needs.nullable) {
-        text += "#include <optional>\n";
-    }
-    if (needs.nullable || needs.number) {
-        text += "#include <ostream>\n";
-    }
-    text += "#include <string>\n";
-    if (needs.number) {
-        text += "#include <type_traits>\n";
-    }
-    return text;
+    return std::string("#include <KestroTableMap>\n") + (needs.bits ? "#include <bitset>\n" : "") +
+           (needs.nullable ? "#include <optional>\n" : "") + "#include <string>\n";
 }
 
 std::string classComment(const std::string& table, const Needs& needs)
@@ -189,8 +172,8 @@ std::string classComment(const std::string& table, const Needs& needs)
         "/// Written by kestro-record: a row of the table \"" + literal(table) + "\".\n";
     if (needs.nullable) {
         text += R"(///
-/// A column that may be NULL is a std::optional: get() empties it for NULL, and what is empty is
-/// saved as NULL, which statements and data files spell \N. As a key NULL finds nothing.
+/// A column that may be NULL is a std::optional, which is empty for NULL. As a key NULL finds
+/// nothing.
 )";
     }
     if (needs.numbered) {
@@ -207,115 +190,6 @@ std::string classComment(const std::string& table, const Needs& needs)
     }
     return text;
 }
-
-// What reads the bytes behind a NUL: those of the map's columns that have them, by their position.
-std::string bytesReader(const std::vector<Variable>& variables)
-{
-    std::string text = R"(
-    /// The library's texts end at their first NUL: binary columns are read again, whole, by their
-    /// positions in dbmap_init().
-    int parse(Kestro::DBRowResult* row) override
-    {
-        const int bound = KYDBTableSimple::parse(row);
-        if (row != nullptr) {
-)";
-    int position = 0;
-    for (const Variable& variable : variables) {
-        if (variable.kind.bytes) {
-            text += call("readBytes", {"*row", std::to_string(position), variable.name});
-        }
-        position += variable.kind.exact.empty() ? 1 : 2;
-    }
-    return text + R"(        }
-        return bound;
-    }
-)";
-}
-
-constexpr std::string_view ReadBytes = R"(
-    template <class T>
-    static void readBytes(const Kestro::DBRowResult& row, int column, T& variable)
-    {
-        const char* value = db_result_get_value(row.connection, row.result, row.row, column);
-        if (value != nullptr) {
-            variable = std::string(value, db_result_field_length(row.result, column));
-        }
-    }
-)";
-
-constexpr std::string_view Number = R"(
-    /// The reference to a number of a type that the library has none for.
-    template <class T> class Number : public Kestro::VarRefBase {
-    public:
-        explicit Number(T& variable) : m_variable(&variable) {}
-
-        std::ostream& streamout(std::ostream& toStream) const override
-        {
-            char valueText[32];
-            char* valueEnd = valueText + sizeof valueText;
-            if constexpr (std::is_integral_v<T>) {
-                valueEnd = std::to_chars(valueText, valueEnd, *m_variable).ptr;
-            } else {
-                // Every digit that a double has, and an exponent: without one it is a DECIMAL.
-                const double asDouble = *m_variable;
-                valueEnd =
-                    std::to_chars(valueText, valueEnd, asDouble, std::chars_format::scientific).ptr;
-            }
-            return toStream.write(valueText, valueEnd - valueText);
-        }
-        bool empty() const override { return false; }
-        using VarRefBase::assign;
-        void assign(const std::string& valueText) override
-        {
-            *m_variable = 0;
-            std::from_chars(valueText.data(), valueText.data() + valueText.size(), *m_variable);
-        }
-        VarRefBase* dup() const override { return new Number(*this); }
-
-    private:
-        T* m_variable;
-    };
-)";
-
-constexpr std::string_view Nullable = R"(
-    /// The reference to a variable that may be NULL; Plain refers to one that may not.
-    template <class T, class Plain> class Nullable : public Kestro::VarRefBase {
-    public:
-        explicit Nullable(std::optional<T>& variable) : m_variable(&variable) {}
-
-        std::ostream& streamout(std::ostream& toStream) const override
-        {
-            return *m_variable ? Plain(**m_variable).streamout(toStream) : toStream << "\\N";
-        }
-        const std::string& quotation() const override
-        {
-            return *m_variable ? Plain(**m_variable).quotation() : VarRefBase::quotation();
-        }
-        bool empty() const override { return !*m_variable || Plain(**m_variable).empty(); }
-        void assign(const char* valueText) override
-        {
-            if (valueText != nullptr) {
-                assign(std::string(valueText));
-            } else {
-                m_variable->reset();
-            }
-        }
-        void assign(const std::string& valueText) override
-        {
-            Plain(m_variable->emplace()).assign(valueText);
-        }
-        VarRefBase* dup() const override { return new Nullable(*this); }
-
-    private:
-        std::optional<T>* m_variable;
-    };
-
-    template <template <class> class Plain = Kestro::KYVarRefT, class T>
-    static Kestro::KYVarRef nullable(std::optional<T>& variable)
-    {
-        return Kestro::KYVarRef(new Nullable<T, Plain<T>>(variable));
-    }
-)";
 
 } // namespace
 
@@ -342,9 +216,6 @@ std::string recordClass(const std::string& table, const std::string& name,
     text += "struct " + name + " : Kestro::KYDBTableSimple {\n" +
             "    Kestro::KYDBDatabase& database;\n" + declarations(variables) + "\n    explicit " +
             name + "(Kestro::KYDBDatabase& handle) : database(handle) {}\n";
-    if (needs.bytes) {
-        text += bytesReader(variables);
-    }
     text += R"(
 protected:
     void dbmap_init() override
@@ -365,18 +236,5 @@ protected:
         text += binding(variable);
     }
     text += "        }\n    }\n";
-    std::string members;
-    if (needs.bytes) {
-        members += ReadBytes;
-    }
-    if (needs.number) {
-        members += Number;
-    }
-    if (needs.nullable) {
-        members += Nullable;
-    }
-    if (!members.empty()) {
-        text += "\nprivate:" + members;
-    }
     return text + "};\n";
 }

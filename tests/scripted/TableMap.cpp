@@ -3,6 +3,7 @@
 
 #include <KestroTableMap>
 #include <basepp/dbg.h>
+#include <bitset>
 #include <limits>
 #include <locale>
 #include <sstream>
@@ -129,6 +130,7 @@ TEST(TableMap, ExactReferencesWriteAndTakeTheWholeValue)
         {written(true), "(1)1\n"},
         {written(std::optional<int>(7)), "(7)7\n"},
         {written(std::optional<double>()), "(NULL)\\N\n"},
+        {written(std::optional<std::string>()), "(NULL)\\N\n"},
         {written(std::optional("\"\0"s)), R"(("\"\0")\"\0)"s + '\n'},
         {written(std::optional(""s)), "(\"\")\n"},
         {written(2026y / 1 / 31), "(\"2026-01-31\")2026-01-31\n"},
@@ -140,6 +142,8 @@ TEST(TableMap, ExactReferencesWriteAndTakeTheWholeValue)
         {assigned(std::optional<long>(), "-1"), "(-1)"},
         {assigned(true, "2"), misfit("(1)", "2")},
         {assigned(1.5, std::string(101, 'x')), misfit("(1.5)", std::string(100, 'x'))},
+        {assigned(std::bitset<9>(), "\1\2"), "(258)"},
+        {assigned(std::bitset<9>(7), "\2\1"), misfit("(7)", "\2\1")},
         {assigned("old"s, "a\0b"s), "(\"a\\0b\")"},
     };
     for (const auto& [actual, expected] : rows) {
@@ -147,7 +151,7 @@ TEST(TableMap, ExactReferencesWriteAndTakeTheWholeValue)
     }
 }
 
-TEST(TableMap, NullHandlesAreNeverFollowed)
+TEST(TableMap, NullHandlesAreNeverFollowedAndDumpShowsAll)
 {
     int number = 1;
     KYDBKeyVarMap map;
@@ -159,9 +163,11 @@ TEST(TableMap, NullHandlesAreNeverFollowed)
     const std::string failure = "no variable (4) at KYTable:1: column null: no variable";
     EXPECT_EQ(failureOf([&] { (void)map.values(3); }), failure);
     EXPECT_EQ(failureOf([&] { (void)map.keyvalues(3, ","); }), failure);
+    double unwritable = std::numeric_limits<double>::quiet_NaN();
+    map.push_back("d", unwritable, 1);
     std::ostringstream os;
     map.dump(os);
-    EXPECT_EQ(os.str(), "0:n::->1\n1:null::->no variable\n");
+    EXPECT_EQ(os.str(), "0:n::->1\n1:null::->no variable\n2:d::->SQL has no NaN\n");
 }
 
 TEST(TableMap, FragmentsHaveTheColumnsOfTheirMaskInOrder)

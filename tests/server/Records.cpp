@@ -118,8 +118,9 @@ TEST_F(Records, AreFilledFromTheFirstRowAndLeftByNull)
     EXPECT_EQ(item.get(&parser), 0);
     EXPECT_FALSE(parser.found());
     run("INSERT INTO item VALUES (8, \"m\", \"\")");
-    const std::vector<Anything> all = fetchAll<Anything>(handle, "TRUE ORDER BY name");
+    std::vector<Anything> all = fetchAll<Anything>(handle, "TRUE ORDER BY name");
     ASSERT_EQ(all.size(), 2U);
+    EXPECT_EQ(&all[0].DBConnection(), &handle.DBConnection());
     EXPECT_EQ(all[0].id, 8);
     EXPECT_EQ(all[1].id, 0); // not the row's before
 }
@@ -269,6 +270,7 @@ TEST_F(Records, ThreadsThatShareAHandleSeeTheirOwnFailures)
                 EXPECT_EQ(item.save(false), number % 2 == 0 ? -1 : 0);
                 EXPECT_EQ(item.get_error_number(), number % 2 != 0 ? 0 : missing ? 1146 : 1062);
                 const std::string message = handle.get_error_message();
+                EXPECT_GE(handle.get_error_number(), 0);
                 EXPECT_TRUE(message.empty() ||
                             message == "Table '" + database + ".missing' doesn't exist" ||
                             message == "Duplicate entry 'taken' for key 'PRIMARY'")

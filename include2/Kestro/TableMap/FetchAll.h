@@ -10,8 +10,8 @@
 
 namespace Kestro {
 
-/// The classes that fetchAll() makes records of: derived from KYDBTableBase, movable, and
-/// constructible from the handle or from nothing.
+/// The classes that fetchAll() takes: derived from KYDBTableBase, movable, and constructible from
+/// the handle or from nothing.
 template <class T>
 concept FetchableRecord = std::derived_from<T, KYDBTableBase> && std::move_constructible<T> &&
     (std::constructible_from<T, KYDBDatabase&> || std::default_initializable<T>);
@@ -51,18 +51,19 @@ private:
 
 } // namespace detail
 
-/// All records of a class, or those for which a condition holds:
+/// Returns all records of a class, or those for which a condition holds:
 ///
 ///     for (const User& user : fetchAll<User>(database, "id > 5 ORDER BY name LIMIT 10")) { ... }
 ///
-/// `where` goes into the statement as it is, after WHERE: escape values from outside. If it is
-/// empty there is no WHERE. Each record is a fresh one that is filled from its row: where a column
-/// is NULL, a variable that is no std::optional keeps what the class gives it. The result is
+/// `where` is written after WHERE, unchanged: escape values from outside, with literal(). If it is
+/// empty, all rows are fetched. Each record is a new one, filled from its row: if a column is NULL,
+/// a variable that is no std::optional keeps the value that the class gives it. The whole result is
 /// transferred before the first record is made.
 ///
-/// Threads: the handle may be shared; it is locked until the last record is made. Throws what
-/// KYDBDatabase::execute() throws, DatabaseException with the server's text among it, and Exception
-/// for a value that does not fit its variable, as KYDBKeyVarMap::parse() does.
+/// Throws what KYDBDatabase::execute() throws, such as DatabaseException with the server's message,
+/// and what KYDBKeyVarMap::parse() throws for a value that does not fit its variable.
+///
+/// Threads: the handle may be shared. It is locked until the last record is made.
 template <FetchableRecord Record>
 std::vector<Record> fetchAll(KYDBDatabase& database, const std::string& where = "")
 {

@@ -10,8 +10,8 @@
 
 namespace Kestro {
 
-/// A row of a table as an object. A derived class has the variables and a hook, dbmap_init(), that
-/// says what they are:
+/// A row of a table as an object. A derived class owns the variables and has a hook, dbmap_init(),
+/// that binds them to columns:
 ///
 ///     class User : public KYDBTableSimple {
 ///     public:
@@ -31,48 +31,48 @@ namespace Kestro {
 ///     };
 ///
 /// The hook runs at the start of every operation that needs the table's name, the database or the
-/// columns, so many times: it must not bind a column twice. It may use dbmap_size(), dbmap_clear()
-/// and the setters.
+/// columns, so it runs many times and must not bind a column twice. It may use dbmap_size(),
+/// dbmap_clear() and the setters.
 ///
 /// Threads: a record belongs to one thread at a time; the database handle may be shared.
 class KESTRO_API KYDBTableBase {
 public:
     KYDBTableBase() = default;
-    /// Takes the table's name and the database; the map starts empty, for the copy's own variables,
-    /// and the error record clean.
+    /// Copies the table's name and the database. The map starts empty, so that the copy's hook
+    /// binds the copy's variables; the error record starts at 0 and "".
     KYDBTableBase(const KYDBTableBase& other);
-    /// Takes the table's name and the database only.
+    /// Copies the table's name and the database only.
     KYDBTableBase& operator=(const KYDBTableBase& other);
     virtual ~KYDBTableBase();
 
     /// Fills the variables from a row whose columns are in the order of binding, as sql_keys() with
-    /// KYDB_FLAG_ALL lists them. Does not run the hook. Returns the number of columns, -1 for null.
-    /// What KYDBKeyVarMap::parse() throws passes through, and the error record keeps it.
+    /// KYDB_FLAG_ALL lists them. Does not run the hook. Returns the number of columns, or -1 for
+    /// null. Throws what KYDBKeyVarMap::parse() throws, and keeps it in the error record.
     virtual int parse(DBRowResult* row);
 
-    /// The name as it stands in statements.
+    /// The table's name, as it is written into statements. The second form sets it.
     const std::string& table_name();
     void table_name(const std::string& name);
-    /// The database handle to use, which must outlive the record's use of it; the caller owns it.
+    /// Sets the database handle. The caller owns it; it must outlive its use by the record.
     void DBDatabase(KYDBDatabase* handle);
     /// The handle's connection. Throws std::runtime_error if there is no handle.
     Database::Connection& DBConnection();
-    /// Runs a query through the handle and returns 0, or keeps number and message of its failure
-    /// and returns -1. Does not run the hook. Throws std::runtime_error if there is no handle.
+    /// Runs a query through the handle and returns 0; if it fails, keeps number and message and
+    /// returns -1. Does not run the hook. Throws std::runtime_error if there is no handle.
     [[nodiscard]] int execute(Database::Query& query);
 
-    /// Number and message of the record's own last failure, 0 and "" before it; a success does not
-    /// clear them. The number is the server's, or 2000 for a value that does not fit its variable
-    /// or has no text in SQL: the message names the column.
+    /// Number and message of the record's own last failure, or 0 and "". A success does not clear
+    /// them. The number is the server's, or 2000, with a message that names the column, for a value
+    /// that does not fit its variable or that SQL does not have.
     int get_error_number() const { return m_errorNumber; }
     std::string get_error_message() const { return m_errorMessage; }
 
-    /// The number of bound columns; 0 before the hook ran first.
+    /// The number of bound columns; 0 before the hook has run.
     std::size_t dbmap_size() const { return m_dbmap.size(); }
-    /// Forgets all bindings; a hook that binds when there are none binds anew.
+    /// Removes all bindings. A hook that binds while there are none binds them again.
     void dbmap_clear() { m_dbmap.clear(); }
 
-    /// The fragments of KYDBKeyVarMap, into a stream or as a text. They throw what it throws.
+    /// The fragments of KYDBKeyVarMap, written to a stream or returned. They throw what it throws.
     void sql_keys(std::ostream& os, int mask, const std::string& prefix);
     std::string sql_keys(int mask, const std::string& prefix);
     std::ostream& sql_values(std::ostream& os, int mask);
@@ -85,12 +85,12 @@ public:
     std::string sql_valuesforfile(int mask);
     void dump(std::ostream& os);
     /// Stores a text in a column's variable and returns 0; -1 if the name is not bound, or if the
-    /// text does not fit, which the error record keeps.
+    /// text does not fit. The error record keeps the latter.
     [[nodiscard]] int assign(const std::string& name, const std::string& value);
 
 protected:
-    /// The hook: sets the table's name and the database and binds the columns. Runs in front of
-    /// every operation that needs them, so it binds only while dbmap_size() is 0.
+    /// The hook: sets the table's name and the database and binds the columns. Every operation that
+    /// needs them runs it first, so it must bind only while dbmap_size() is 0.
     virtual void dbmap_init() = 0;
 
 private:
@@ -98,7 +98,7 @@ private:
     int m_errorNumber = 0;
 
 protected:
-    KYDBKeyVarMap m_dbmap; ///< the bindings, in the order in which the hook made them
+    KYDBKeyVarMap m_dbmap; ///< the bindings, which the hook makes
 
 private:
     friend class KYDBTableSimple;
@@ -113,16 +113,18 @@ private:
 
 /// A record that fetches, saves and removes itself.
 ///
-/// Each returns 0 if the server accepted the statement, whether or not there was such a row, and -1
-/// if not, or if a value does not go into SQL or into its variable: get_error_number() and
-/// get_error_message() then say why. Each throws std::runtime_error if the record has no database.
+/// Each returns 0 if the server accepted the statement, whether or not there is such a row, and -1
+/// if the server refused it, if SQL does not have a value, or if a fetched one does not fit its
+/// variable; get_error_number() and get_error_message() then report why. Each throws
+/// std::runtime_error if the record has no database.
 class KESTRO_API KYDBTableSimple : public KYDBTableBase {
 public:
-    /// Fetches by the columns with KYDB_FLAG_KEY; the parser, such as a KYDBRecordParser, fills the
-    /// record. What a parser throws other than a Kestro::Exception passes through.
+    /// Fetches the row that matches the columns with KYDB_FLAG_KEY. The parser, such as a
+    /// KYDBRecordParser, fills the record. If it throws anything but a Kestro::Exception, so does
+    /// get().
     [[nodiscard]] int get(Database::RowParser* parser);
-    /// Inserts the columns with KYDB_FLAG_SAVE. With update a row that has one of their unique keys
-    /// is updated instead of refused.
+    /// Inserts a row with the columns that have KYDB_FLAG_SAVE. If a row has one of their unique
+    /// keys already, it is updated if `update` is true, and otherwise the insert fails.
     [[nodiscard]] int save(bool update);
     /// Deletes the rows that match the columns with KYDB_FLAG_KEY.
     [[nodiscard]] int remove();
@@ -147,9 +149,9 @@ private:
     bool m_found = false;
 };
 
-/// Base of objects that work on a whole table rather than on one row: a table name, a database
-/// handle and an error record, with the meaning that they have in a KYDBTableBase. The derived
-/// class sets the first two in its hook, which DBConnection() runs, or beforehand.
+/// Base of objects that work on a whole table rather than on one row. It has a table name, a
+/// database handle and an error record, as KYDBTableBase has. The derived class sets the first two
+/// in its hook, which DBConnection() runs, or earlier.
 ///
 /// Threads: as for a record.
 class KESTRO_API KYDBCollectionBase {
@@ -163,17 +165,17 @@ public:
 
     /// Sets the table's name.
     void table_name(const std::string& name);
-    /// The database handle to use, which must outlive this object's use of it; the caller owns it.
+    /// Sets the database handle. The caller owns it; it must outlive its use by this object.
     void DBDatabase(KYDBDatabase* handle);
     /// Runs the hook and returns the handle's connection. Throws std::runtime_error if there is no
     /// handle.
     Database::Connection& DBConnection();
-    /// Runs a query through the handle and returns 0, or keeps number and message of its failure
-    /// and returns -1. Does not run the hook. Throws std::runtime_error if there is no handle.
+    /// Runs a query through the handle and returns 0; if it fails, keeps number and message and
+    /// returns -1. Does not run the hook. Throws std::runtime_error if there is no handle.
     [[nodiscard]] int execute(Database::Query& query);
 
-    /// Number and message of this object's own last failure, 0 and "" before it; a success does not
-    /// clear them.
+    /// Number and message of this object's own last failure, or 0 and "". A success does not clear
+    /// them.
     int get_error_number() const { return m_errorNumber; }
     std::string get_error_message() const { return m_errorMessage; }
 

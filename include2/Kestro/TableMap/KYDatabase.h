@@ -11,13 +11,13 @@
 
 namespace Kestro {
 
-/// The database handle that records share: one connection, a mutex around it, and status codes in
-/// the place of exceptions.
+/// The database handle that records share: one connection, guarded by a mutex. Most operations
+/// return status codes instead of throwing.
 ///
-/// Threads: one object may be used by several threads. A statement runs alone, its row parser's
-/// work included; the parser may itself run statements through the same handle. Statements built on
-/// DBConnection() are run through Query(), never by their own execute(), if other threads use the
-/// handle.
+/// Threads: one object may be used by several threads. It runs one statement at a time, including
+/// the work of its row parser; the parser may run statements through the same handle. If other
+/// threads use the handle, run a query that is built on DBConnection() through Query() or execute()
+/// of the handle, never by the query's own execute().
 class KESTRO_API KYDBDatabase {
 public:
     /// Connects to the database "mysql", where the account needs some right. Throws
@@ -27,12 +27,13 @@ public:
     KYDBDatabase(const KYDBDatabase&) = delete;
     KYDBDatabase& operator=(const KYDBDatabase&) = delete;
 
-    /// The handle's own connection, without a lock.
+    /// The handle's own connection. No lock is taken.
     Database::Connection& DBConnection() { return m_connection; }
 
-    /// Works on the database from now on, or creates it if it cannot be opened and stays where it
-    /// was: call it again to work there. One text may then carry several statements. Throws what
-    /// Connection::dbSelectIfExists() and dbCreate() throw; the error record stays.
+    /// Selects the database. If it cannot be opened, creates it and stays on the present one: call
+    /// selectDB() again to work on the new one. From now on one text may carry several statements.
+    /// Throws what Connection::dbSelectIfExists() and dbCreate() throw, and leaves the error record
+    /// unchanged.
     void selectDB(const std::string& database);
 
     /// Runs the query, after reopening a connection that was closed. Returns 0, or -1 if a
@@ -43,18 +44,18 @@ public:
     [[nodiscard]] int Query_real(Database::Query& query);
     /// The same.
     [[nodiscard]] int Query(Database::Query& query);
-    /// The same for a text, sent as it is, and a parser or null.
+    /// The same for a text, which is sent unchanged, and a parser, which may be null.
     [[nodiscard]] int Query(const std::string& sql, Database::RowParser* parser);
 
-    /// As Query(), for programs that work with exceptions: throws what Connection::connect() and
-    /// Database::Query::execute() throw, and the error record stays. The second form returns the
-    /// number of rows that were changed or delivered.
+    /// As Query(), but throws: what Connection::connect() and Database::Query::execute() throw. The
+    /// error record stays unchanged. The second form returns the number of rows that were changed
+    /// or delivered.
     void execute(Database::Query& query);
     std::uint32_t execute(const std::string& sql, Database::RowParser* parser = nullptr);
 
-    /// Number and message of the last failure, of whichever thread; 0 and "" before it. A success
-    /// does not clear them, and neither waits for a statement. Each query and record keeps its own
-    /// failure: between two calls here another thread may have failed.
+    /// Number and message of the last failure of any thread, or 0 and "". A success does not clear
+    /// them. Both return at once, also while a statement runs. Between the two calls another thread
+    /// may fail: a query and a record report their own failure.
     int get_error_number() const;
     std::string get_error_message() const;
 

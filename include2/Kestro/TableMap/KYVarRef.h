@@ -1,6 +1,7 @@
 #pragma once
 
 #include <Kestro/Api.h>
+#include <Kestro/Database/BitsetText.h>
 #include <Kestro/Database/ValueText.h>
 
 #include <concepts>
@@ -10,61 +11,63 @@
 #include <string>
 #include <string_view>
 #include <typeinfo>
+#include <utility>
 
-/// The text escaped for use inside a quoted SQL literal and inside a data file: what
-/// db_escape_string writes without a connection. Any thread may call it.
+/// Returns the text escaped for a quoted SQL literal and for a data file, as db_escape_string
+/// escapes it without a connection. Any thread may call it.
 KESTRO_API std::string kydb_escape_string(const std::string& text);
 
 /// \file
-/// How a record's columns reach its variables: a reference knows one variable of one type, and a
-/// handle, KYVarRef, owns one reference. The variables belong to the caller and outlive both.
+/// References to a record's variables. A reference reads and writes one variable of one type; a
+/// handle, KYVarRef, owns one reference. The variables belong to the caller and must outlive both.
 ///
 /// Threads: a handle and its variable belong to one thread at a time.
 namespace Kestro {
 
-/// A reference to one variable, of whatever type. Applications derive from it for types of their
-/// own.
+/// A reference to one variable. Applications derive from it, or from a class below, for types of
+/// their own.
 class KESTRO_API VarRefBase {
 public:
     virtual ~VarRefBase();
 
     /// Writes the value as text, escaped but not quoted. The base writes nothing. Returns os.
     virtual std::ostream& streamout(std::ostream& os) const;
-    /// The mark in front of and behind the value in SQL; it lives as long as the program. The base
-    /// gives the empty text.
+    /// The mark before and after the value in SQL. It lives as long as the program. The base
+    /// returns the empty text.
     virtual const std::string& quotation() const;
-    /// Whether the value counts as empty. The base says true.
+    /// Whether the value counts as empty. The base returns true.
     virtual bool empty() const;
     /// Stores a text, converted to the variable's type. Null, which stands for SQL NULL, leaves the
     /// variable as it is.
     virtual void assign(const char* text);
     virtual void assign(const std::string& text) = 0;
-    /// A new reference to the same variable; the caller owns it.
+    /// Returns a new reference to the same variable. The caller owns it.
     virtual VarRefBase* dup() const = 0;
-    /// Appends to a text what streamout() writes to a fresh stream in the classic locale, and so
-    /// does the base. The library's own kinds write without a stream, unless a kind is derived from
-    /// them: its streamout() counts.
+    /// Appends to a text what streamout() writes to a new stream in the classic locale. The
+    /// library's own classes do it without a stream; for an object of a class derived from them
+    /// they call its streamout().
     virtual void append(std::string& text) const;
-    /// Whether the value is SQL NULL, which is then written in its place: NULL in a statement, \N
-    /// in a data file. The base says false.
+    /// Whether the value is SQL NULL. A map then writes NULL into a statement and \N into a data
+    /// file, without streamout(). The base returns false.
     virtual bool isNull() const;
-    /// Stores a fetched value of this many bytes, whatever they are. The base takes the text up to
-    /// the first NUL and calls assign(const char*) with it.
+    /// Stores a fetched value of `length` bytes, any bytes, or null as above. The base ignores the
+    /// length and calls assign(const char*), so it stores the text up to the first NUL.
     virtual void assign(const char* value, std::size_t length);
 
 protected:
-    /// The mark of quoted kinds.
+    /// The quotation() of texts.
     static const std::string& doubleQuote();
-    /// Appends what kydb_escape_string() gives.
+    /// Appends what kydb_escape_string() returns.
     static void appendEscaped(std::string& text, std::string_view plain);
-    /// Throws the Exception of a kind that does not take a value.
+    /// Throws Exception: the value does not fit the variable.
     [[noreturn]] static void refuse(const std::string& value);
 };
 
-/// A reference to an `int`, a `long` or a `std::string`.
+/// A reference to an `int`, a `long` or a `std::string`, which stores every text.
 ///
-/// Numbers are written bare and read as strtol reads them in base 10: 0 for a text without digits,
-/// and an `int` takes the low bits. Texts are escaped, quoted with " and stored unchanged.
+/// Numbers are written without quotation marks and read by strtol in base 10: a text without digits
+/// is 0, and an `int` takes the low bits. Texts are escaped and quoted with ", and stored
+/// unchanged.
 template <class T> class KESTRO_API KYVarRefT : public VarRefBase {
 public:
     /// Refers to this variable, which must outlive the reference and its copies.
@@ -89,8 +92,8 @@ extern template class KYVarRefT<std::string>;
 /// A reference to a buffer of characters that holds a NUL-terminated text.
 template <> class KESTRO_API KYVarRefT<char*> : public VarRefBase {
 public:
-    /// size: the bytes of the buffer; a longer text is cut to size - 1 of them, and the NUL is
-    /// always there. 0: the buffer has room for every text that is assigned.
+    /// `size` is the buffer's size in bytes: a longer text is cut to size - 1 bytes, and a NUL
+    /// always ends it. With size 0 the length is not checked: the buffer must have room.
     KYVarRefT(char* buffer, int size) : m_buf(buffer), m_size(size) {}
 
     std::ostream& streamout(std::ostream& os) const override;
@@ -122,24 +125,24 @@ template <class T> struct Nullable<std::optional<T>> {
 
 } // namespace detail
 
-/// The types with exact references: those with a Database::ValueText, a program's own too, but for
-/// views of texts; and std::optional of each.
+/// The types that have exact references: those with a Database::ValueText, including a program's
+/// own types, except std::string_view; and std::optional of each.
 template <class T>
 concept KYExact = Database::HasValueText<typename detail::Nullable<T>::Value> &&
     !std::same_as<typename detail::Nullable<T>::Value, std::string_view>;
 
-/// A reference that reads back what it wrote, or fails.
+/// An exact reference: it stores a value unchanged or throws.
 ///
-/// A value is written as its ValueText says, a float as the double of the same value, so that a
-/// comparison with a FLOAT column finds it; streamout() throws Exception if SQL has no such value.
-/// Fetched values are taken whole, with all their bytes. assign() throws Exception, which names the
-/// value, and leaves the variable as it is, if a text is not one of the variable's type or is out
-/// of its range.
+/// Values are written as ValueText writes them. A float is written as the double of the same value,
+/// so that a comparison with a FLOAT column finds it. streamout() throws Exception for a value that
+/// SQL does not have, such as NaN. assign() throws Exception, which names the value, and leaves the
+/// variable unchanged if the text has another type or is out of range. A std::string takes all the
+/// bytes of a fetched value.
 ///
-/// A std::optional stands for a column that may be NULL: what is empty is written as NULL and NULL
-/// makes it empty. Every other variable is left as it is by NULL. empty() is true for these and for
-/// a text without characters.
-template <KYExact T> class KYExactRef : public VarRefBase {
+/// A std::optional is for a column that may be NULL: an empty one is written as NULL, and NULL
+/// empties it. NULL leaves every other variable unchanged. empty() is true for an empty
+/// std::optional and for a text of length 0.
+template <KYExact T> class KESTRO_API KYExactRef : public VarRefBase {
     using Nullable = detail::Nullable<T>;
     using Value = typename Nullable::Value;
     using Text = Database::ValueText<Value>;
@@ -161,10 +164,11 @@ public:
     }
     bool empty() const override
     {
+        const Value* const held = value();
         if constexpr (std::same_as<Value, std::string>) {
-            return isNull() || value()->empty();
+            return held == nullptr || held->empty();
         } else {
-            return isNull();
+            return held == nullptr;
         }
     }
     void assign(const char* text) override
@@ -227,25 +231,25 @@ private:
     T* m_var;
 };
 
-/// Owns one reference, or is null. A copy owns a reference of its own to the same variable.
+/// Owns one reference, or is null. A copy owns a new reference to the same variable.
 class KESTRO_API KYVarRef {
 public:
     /// Null: no reference.
     KYVarRef() = default;
-    /// Makes the reference that fits the variable, which must outlive it and its copies: a
-    /// KYVarRefT for these types, which takes any text somehow, and a KYExactRef for all others.
+    /// Makes a reference to the variable, which must outlive it and its copies: a KYVarRefT for an
+    /// int, a long, a std::string and a buffer, a KYExactRef for every other type.
     KYVarRef(int& variable);
     KYVarRef(long& variable);
     KYVarRef(std::string& variable);
     KYVarRef(char* buffer, int size);
     template <KYExact T> KYVarRef(T& variable) : m_ref(new KYExactRef<T>(variable)) {}
-    /// Makes a KYExactRef also for an int, a long or a std::string, which then takes all the bytes
-    /// of a binary column.
+    /// Makes a KYExactRef for every type: an int or a long is then checked, and a std::string takes
+    /// all the bytes of a binary column.
     template <KYExact T> static KYVarRef exact(T& variable)
     {
         return KYVarRef(new KYExactRef<T>(variable));
     }
-    /// Takes over a reference of the caller's own kind, made with new.
+    /// Takes ownership of a reference that was made with new.
     explicit KYVarRef(VarRefBase* reference) : m_ref(reference) {}
     KYVarRef(const KYVarRef& other);
     KYVarRef& operator=(const KYVarRef& other);

@@ -6,11 +6,8 @@
 #include "records.h"
 
 #include <KestroDatabase>
-#include <db_client.h>
 #include <fstream>
-#include <functional>
 #include <iostream>
-#include <memory>
 #include <tuple>
 #include <vector>
 
@@ -18,30 +15,6 @@
 namespace Kestro {
 
 namespace {
-
-// Reads every row into the same record, one after the other, and has each looked at.
-class EachRow : public Database::RowParser {
-public:
-    EachRow(KYDBTableBase& record, const std::function<void()>& look)
-        : m_record(record), m_look(look)
-    {}
-
-    void parse(void* connection, void* result) override
-    {
-        for (int index = 0;; ++index) {
-            DBRowResult row{connection, result, db_result_fetch_row(result, index)};
-            if (row.row == nullptr) {
-                return;
-            }
-            m_record.parse(&row);
-            m_look();
-        }
-    }
-
-private:
-    KYDBTableBase& m_record;
-    const std::function<void()>& m_look;
-};
 
 struct Checksum : Database::RowImpl {
     std::string sum;
@@ -52,8 +25,6 @@ struct Checksum : Database::RowImpl {
         return true;
     }
 };
-
-using Copies = std::function<std::unique_ptr<KYDBTableSimple>()>;
 
 class RoundTrip {
 public:
@@ -73,45 +44,41 @@ public:
 private:
     template <class Record> bool comesBack()
     {
-        Record record(m_source);
-        return comesBack(record, [&record] { return std::make_unique<Record>(record); });
+        m_table = Record(m_source).table_name();
+        std::vector<Record> fetched = fetchAll<Record>(m_source);
+        std::vector<KYDBTableSimple*> records;
+        for (Record& record : fetched) {
+            (void)record.table_name(); // binds the record to the source before the copy
+            records.push_back(&record);
+        }
+        return records.empty() ? wrong("there are no rows") : comesBack(records);
     }
 
-    bool comesBack(KYDBTableSimple& record, const Copies& copyOf)
+    bool comesBack(const std::vector<KYDBTableSimple*>& records)
     {
-        m_table = record.table_name();
         run("CREATE TABLE " + m_copyName + '.' + m_table + " LIKE " + m_sourceName + '.' + m_table);
 
-        const bool hasKey = !record.sql_keys(KYDB_FLAG_KEY, "").empty();
-        int rows = 0;
+        const bool hasKey = !records[0]->sql_keys(KYDB_FLAG_KEY, "").empty();
         bool same = true;
         std::string lines;
-        forEachRow(record, [&] {
-            ++rows;
-            same = (!hasKey || isFound(*copyOf())) && same;
-            same =
-                isDone(*copyOf(), [](KYDBTableSimple& copy) { return copy.save(false); }) && same;
-            lines += record.sql_valuesforfile(KYDB_FLAG_SAVE);
-        });
-        same = (rows > 0 || wrong("there are no rows")) && same && isCopied("saved rows");
-        if (same && record.sql_keys(KYDB_FLAG_SAVE, "") == loadableColumns()) {
+        for (KYDBTableSimple* record : records) {
+            same = (!hasKey || isFound(*record)) && same;
+            record->DBDatabase(&m_copy);
+            same = (record->save(false) == 0 || wrong(record->get_error_message())) && same;
+            lines += record->sql_valuesforfile(KYDB_FLAG_SAVE);
+        }
+        same = same && isCopied("saved rows");
+        if (same && records[0]->sql_keys(KYDB_FLAG_SAVE, "") == loadableColumns()) {
             same = isLoaded(lines);
         }
         if (hasKey) {
-            forEachRow(record, [&] {
-                same =
-                    isDone(*copyOf(), [](KYDBTableSimple& copy) { return copy.remove(); }) && same;
-            });
+            for (KYDBTableSimple* record : records) {
+                same = (record->remove() == 0 || wrong(record->get_error_message())) && same;
+            }
             same =
                 (count(m_copyName + '.' + m_table) == 0 || wrong("rows were not removed")) && same;
         }
         return same;
-    }
-
-    void forEachRow(KYDBTableBase& record, const std::function<void()>& look)
-    {
-        EachRow parser(record, look);
-        run("SELECT " + record.sql_keys(KYDB_FLAG_ALL, "") + " FROM " + m_table, &parser);
     }
 
     bool isFound(KYDBTableSimple& record)
@@ -123,14 +90,6 @@ private:
         const std::string condition = record.sql_keyvalues(KYDB_FLAG_KEY, " AND ");
         return (parser.found() && count(m_table + " WHERE " + condition) == 1) ||
                wrong("not one row has " + condition);
-    }
-
-    // In the database of the copies.
-    bool isDone(KYDBTableSimple& record, int (*operation)(KYDBTableSimple&))
-    {
-        record.table_name(); // binds the record to the source first
-        record.DBDatabase(&m_copy);
-        return operation(record) == 0 || wrong(record.get_error_message());
     }
 
     bool isLoaded(const std::string& lines)
