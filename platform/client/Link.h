@@ -78,7 +78,14 @@ public:
     int fail(int number, std::string text);
     const Failure& failure() const { return m_failure; }
     std::uint64_t affectedRows() const { return m_affectedRows; }
-    void noRowsAffected() { m_affectedRows = 0; }
+    /// Answers to the last text, without one that failed.
+    int answers() const { return m_answers; }
+    /// For a text that asks nothing of the server.
+    void nothingAsked()
+    {
+        m_affectedRows = 0;
+        m_answers = 0;
+    }
     std::uint64_t lastId() const { return m_lastId; }
 
     /// The result whose rows stand on the link, or null.
@@ -129,6 +136,7 @@ private:
 
     Failure m_failure;
     std::uint64_t m_affectedRows = 0;
+    int m_answers = 0;
     std::uint64_t m_lastId = 0;
 };
 

@@ -70,6 +70,11 @@ std::uint64_t db_affected_rows(void* /*handle*/)
     return 0x500000003;
 }
 
+int db_answer_count(void* /*handle*/)
+{
+    return client.answers;
+}
+
 // The clock of waitUntilServerReady.
 extern "C" KESTRO_API time_t time(time_t* /*target*/)
 {

@@ -14,6 +14,7 @@ struct ScriptedClient {
     std::deque<bool> statements; ///< the same for statements
     const char* error = "";      ///< why they do not; the number is 1064
     bool results = false;        ///< whether statements make a result, refused ones too
+    int answers = 0;             ///< before a statement that fails
     int open = 0;                ///< links and results that were handed out and not taken back
     long now = 1000;             ///< what time() tells; sleep() adds to it
 };

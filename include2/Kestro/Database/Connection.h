@@ -110,6 +110,7 @@ public:
 private:
     friend class Query;
     friend class ConnectionPool;
+    friend class Script;
 
     void* m_handle = nullptr;
     std::string m_database;
