@@ -156,7 +156,7 @@ bool Script::step()
     if (state.over || stopped()) {
         return false;
     }
-    if (state.next == state.statements.size()) {
+    if (state.next == state.statements.size() && !state.problem) {
         read();
     }
     if (state.next == state.statements.size()) {

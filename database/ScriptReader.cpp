@@ -94,7 +94,7 @@ struct ScriptReader::State {
 
     Source& source() const { return *sources.back(); }
 
-    // Sees to it that so many bytes are at hand, if the file has them.
+    // What is at hand of the file: so many bytes at least, if the file has them.
     std::string_view look(std::size_t bytes)
     {
         Source& from = source();
@@ -262,7 +262,7 @@ bool ScriptReader::runCommand()
     const std::string_view rest = m_state->look(Delimiter.size() + 1);
     std::size_t& at = m_state->source().at;
     if (equalsIgnoringCase(rest.substr(0, Delimiter.size()), Delimiter) &&
-        (rest.size() == Delimiter.size() || isBlank(rest.back()))) {
+        (rest.size() == Delimiter.size() || isBlank(rest[Delimiter.size()]))) {
         at += Delimiter.size();
         const std::string line = trimmed(restOfLine(false));
         const std::string delimiter(line.begin(), std::ranges::find_if(line, isBlank));
@@ -336,7 +336,7 @@ void ScriptReader::cut(std::string& text)
     State& state = *m_state;
     Source& source = state.source();
     const std::size_t begin = text.size();
-    const std::string_view first = state.look(4);
+    const std::string_view first = state.look(4).substr(0, 4);
     const bool endsWithLine = equalsIgnoringCase(first.substr(0, 3), "use") && first.size() == 4 &&
                               (first[3] == ' ' || first[3] == '\t');
     Inside inside = Plain;

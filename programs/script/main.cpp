@@ -96,7 +96,7 @@ public:
             m_progress.end(m_bytes, m_statements);
             return programs::Success;
         } else if (m_options.goOn) {
-            Self.fail(std::to_string(m_failures) + " failures; " + std::to_string(m_statements) +
+            Self.fail(std::to_string(m_failures) + " failed, " + std::to_string(m_statements) +
                       " statements have run");
         }
         return programs::Failure;
