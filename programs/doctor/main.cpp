@@ -2,6 +2,7 @@
 // docs/kestro-doctor.md.
 
 #include "Checks.h"
+#include "Program.h"
 #include "Socket.h"
 
 #include <KestroDatabase>
@@ -22,21 +23,30 @@ namespace {
 using namespace doctor;
 using namespace Kestro::Database;
 
-constexpr char Usage[] = R"(usage: kestro-doctor [DATABASE]
-       kestro-doctor --help | --version
+constexpr programs::Program Self = {
+    "kestro-doctor",
+    R"(Usage: kestro-doctor [DATABASE]
+  or:  kestro-doctor --help | --version
 
-Connects to the local server as a program on the library does and tells, a line
-a check, what is so; below it, behind "->", what to do. With DATABASE it looks at
-this database and its tables too. Nothing on the server is changed.
+Connects to the local server as a program on the library does and prints one line
+per check: severity, subject, finding. The line after it, marked "->", says what
+to do. With DATABASE it checks this database and its tables too. Nothing on the
+server is changed.
 
+Severities:
   ok    as it should be
-  note  some programs will stumble over it
+  note  some programs will have trouble with it
   bad   the library, or a part of it, does not work
 
-The exit status is 0 if nothing is bad, 1 if something is, 2 for wrong usage.
-)";
+Options:
+  --help     print this text
+  --version  print the version
 
-enum ExitStatus : std::uint8_t { NothingBad = 0, SomethingBad = 1, WrongUsage = 2 };
+Exit status:
+  0  nothing is bad
+  1  something is bad, or the report could not be written
+  2  wrong usage
+)"};
 
 // Prints findings as they come.
 class Report {
@@ -328,33 +338,23 @@ void examine(Report& report, const std::optional<std::string>& database)
 
 int main(int argc, char** argv)
 try {
+    if (Self.answers(argc, argv)) {
+        return programs::Success;
+    }
     const std::vector<std::string> arguments(argv + 1, argv + argc);
-    const std::string first = arguments.empty() ? "" : arguments.front();
-    if (arguments.size() == 1 && first == "--help") {
-        std::cout << Usage;
-        return NothingBad;
+    if (arguments.size() > 1) {
+        return Self.misused("more than one argument");
     }
-    if (arguments.size() == 1 && first == "--version") {
-        std::cout << "kestro-doctor " KESTRO_VERSION "\n";
-        return NothingBad;
-    }
-    if (arguments.size() > 1 || (arguments.size() == 1 && (first.empty() || first[0] == '-'))) {
-        std::cerr << "kestro-doctor: "
-                  << (arguments.size() > 1 ? "more than one argument"
-                      : first.empty()      ? "a database without a name"
-                                           : "no such option: " + first)
-                  << "\n\n"
-                  << Usage;
-        return WrongUsage;
+    if (arguments.size() == 1 && (arguments[0].empty() || arguments[0][0] == '-')) {
+        return Self.misused(arguments[0].empty() ? "a database without a name"
+                                                 : "no such option: " + arguments[0]);
     }
     Report report;
-    examine(report, arguments.empty() ? std::nullopt : std::optional(first));
+    examine(report, arguments.empty() ? std::nullopt : std::optional(arguments[0]));
     if (!std::cout) {
-        std::cerr << "kestro-doctor: the report cannot be written\n";
-        return SomethingBad;
+        return Self.fail("the report cannot be written");
     }
-    return report.bad() ? SomethingBad : NothingBad;
+    return report.bad() ? programs::Failure : programs::Success;
 } catch (const std::exception& e) {
-    std::cerr << "kestro-doctor: " << e.what() << '\n';
-    return SomethingBad;
+    return Self.fail(e.what());
 }

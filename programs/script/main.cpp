@@ -20,7 +20,8 @@ using namespace Kestro::Database;
 
 constexpr programs::Program Self = {
     "kestro-script",
-    R"(usage: kestro-script [OPTION]... FILE...
+    R"(Usage: kestro-script [OPTION]... FILE...
+  or:  kestro-script --help | --version
 
 Runs scripts of SQL on the local server, as they are found in the world: with
 DELIMITER and source lines, comments for some servers only, and line ends of any
@@ -28,14 +29,14 @@ kind. A FILE that is "-" is standard input. Each FILE has a session of its own.
 Results of statements are read and dropped. A statement that fails is told by
 file, line, the server's text and the statement, and ends the run.
 
+Ctrl-C ends the run after the statements that were sent, and tells how far it
+came; a second one ends it at once.
+
 Options:
   --database=NAME  the database on which each script begins
   --continue       go on after statements that fail, and count them
   --help           print this text
   --version        print the version
-
-Ctrl-C ends the run after the statements that were sent, and tells how far it
-came; a second one ends it at once.
 
 Exit status:
   0  everything has run
