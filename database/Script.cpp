@@ -9,6 +9,7 @@
 #include <array>
 #include <cctype>
 #include <chrono>
+#include <initializer_list>
 #include <optional>
 #include <string_view>
 #include <utility>
@@ -32,12 +33,13 @@ constexpr std::array SessionLost = {1053, 1231, 1927, 2006, 2013, 2027};
 // Of these, those that leave open what was run.
 constexpr std::array InDoubt = {1053, 1927, 2013, 2027};
 
-// The statements that have exactly one answer, whatever they are about. All others may have several,
-// as CALL does, or none, and then the number of answers does not tell where a string failed.
+// The statements that have exactly one answer, whatever they are about. All others may have
+// several, as CALL does, or none, and then the number of answers does not tell where a string
+// failed.
 constexpr std::array<std::string_view, 24> OneAnswer = {
-    "ALTER",    "COMMIT",  "CREATE",    "DEALLOCATE", "DELETE", "DO",       "DROP",   "FLUSH",
-    "GRANT",    "INSERT",  "LOCK",      "PREPARE",    "RENAME", "REPLACE",  "REVOKE", "ROLLBACK",
-    "SAVEPOINT", "SELECT", "SET",       "START",      "TRUNCATE", "UNLOCK", "UPDATE", "USE"};
+    "ALTER",     "COMMIT", "CREATE", "DEALLOCATE", "DELETE",   "DO",      "DROP",   "FLUSH",
+    "GRANT",     "INSERT", "LOCK",   "PREPARE",    "RENAME",   "REPLACE", "REVOKE", "ROLLBACK",
+    "SAVEPOINT", "SELECT", "SET",    "START",      "TRUNCATE", "UNLOCK",  "UPDATE", "USE"};
 
 char upper(char c)
 {
@@ -84,8 +86,16 @@ bool mayBeFollowed(std::string_view statement, bool compound)
     if (compound || std::ranges::find(OneAnswer, word) == OneAnswer.end()) {
         return false;
     }
-    return word != "SET" || !(mentions(statement, "SQL_MODE") || mentions(statement, "NAMES") ||
-                              mentions(statement, "CHAR"));
+    const auto mentionsAny = [&](std::initializer_list<std::string_view> words) {
+        return std::ranges::any_of(words, [&](auto each) { return mentions(statement, each); });
+    };
+    if (word == "SET") {
+        return !mentionsAny({"SQL_MODE", "NAMES", "CHAR", "STATEMENT"});
+    }
+    // The body of one of these may have been cut, as the client does without DELIMITER; the server
+    // would find the rest of it in what is behind.
+    return (word != "CREATE" && word != "ALTER") ||
+           !mentionsAny({"PROCEDURE", "FUNCTION", "TRIGGER", "EVENT", "PACKAGE"});
 }
 
 // The first 200 characters; a byte that goes on with a character of UTF-8 does not count.
@@ -115,10 +125,10 @@ struct Script::State {
     ScriptReader reader;
     std::string text; // statements, a separator behind each
     std::vector<Statement> statements;
-    std::size_t next = 0;            // the first that was not sent
+    std::size_t next = 0;                     // the first that was not sent
     std::optional<DatabaseException> problem; // of the script, behind the last statement
-    std::size_t maxBatch = 0;        // bytes; 0 before the server was asked
-    std::size_t batch = MinBatch * 16; // bytes that a string has at present
+    std::size_t maxBatch = 0;                 // bytes; 0 before the server was asked
+    std::size_t batch = 65'536;               // bytes that a string has at present
     std::uint64_t run = 0;
     int errorNumber = 0;
     std::string errorMessage;
@@ -208,6 +218,7 @@ void Script::read()
         const std::size_t most = std::clamp(packet, 2 * MinBatch, ScriptReader::MaxStatement);
         state.reader.maxStatement(most - PacketOverhead);
         state.maxBatch = std::min(MaxBatch, most - PacketOverhead);
+        state.batch = std::min(state.batch, state.maxBatch);
     }
     state.text.clear();
     state.statements.clear();
@@ -218,9 +229,10 @@ void Script::read()
             if (statement.find('\0') != std::string_view::npos) {
                 DatabaseException failure(4, state.reader.file(),
                                           static_cast<unsigned>(state.reader.line()));
-                failure.stringParameter("a NUL byte, which would end the statement; is the script in "
-                                        "UTF-16? : " +
-                                        excerpt(statement));
+                failure.stringParameter(
+                    "a NUL byte, which would end the statement; is the script in "
+                    "UTF-16? : " +
+                    excerpt(statement));
                 state.text.resize(begin);
                 throw failure;
             }
@@ -240,7 +252,8 @@ void Script::failed(std::size_t last)
 {
     State& state = *m_state;
     const int answers = db_answer_count != nullptr ? db_answer_count(m_connection.m_handle) : 0;
-    const std::size_t at = std::min(state.next + static_cast<std::size_t>(std::max(answers, 0)), last);
+    const std::size_t at =
+        std::min(state.next + static_cast<std::size_t>(std::max(answers, 0)), last);
     const State::Statement& statement = state.statements[at];
     state.run += at - state.next;
     state.next = at + 1;

@@ -18,7 +18,8 @@ namespace Kestro::Database {
 namespace {
 
 constexpr std::size_t BlockSize = 65'536;
-constexpr std::size_t MaxDelimiter = 255; // far below BlockSize, so that a block shows one as a whole
+constexpr std::size_t MaxDelimiter =
+    255; // far below BlockSize, so that a block shows one as a whole
 constexpr std::string_view ByteOrderMark = "\xef\xbb\xbf";
 constexpr char Quotes[] = {'\'', '"', '`'};
 
@@ -70,8 +71,10 @@ struct ScriptReader::Source {
     int error = 0; // of a read
     std::array<char, BlockSize> block;
 
-    Source(std::shared_ptr<const std::string> called, int descriptor, bool close, const struct stat& is)
-        : name(std::move(called)), file(descriptor), owned(close), device(is.st_dev), inode(is.st_ino)
+    Source(std::shared_ptr<const std::string> called, int descriptor, bool close,
+           const struct stat& is)
+        : name(std::move(called)), file(descriptor), owned(close), device(is.st_dev),
+          inode(is.st_ino)
     {}
     Source(const Source&) = delete;
     Source& operator=(const Source&) = delete;
@@ -132,8 +135,9 @@ void ScriptReader::open(const std::string& path)
 {
     const bool standardInput = path == "-" && m_state->sources.empty();
     // A pipe without a writer would be waited for.
-    const int file = standardInput ? STDIN_FILENO
-                                   : ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
+    const int file = standardInput
+                         ? STDIN_FILENO
+                         : ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
     struct stat is {};
     if (file < 0 || fstat(file, &is) != 0) {
         fail(m_line, "cannot open " + path + ": " + std::strerror(errno));
@@ -217,7 +221,8 @@ bool ScriptReader::next(std::string& text)
     return false;
 }
 
-// Goes to the next character that is neither blank nor in a comment. Returns false if there is none.
+// Goes to the next character that is neither blank nor in a comment. Returns false if there is
+// none.
 bool ScriptReader::skipToStatement()
 {
     while (!m_state->sources.empty()) {
@@ -290,8 +295,8 @@ bool ScriptReader::runCommand()
     return true;
 }
 
-// Takes the rest of the line with its end, or what is before the delimiter with that. No more of it is
-// kept than the name of a file may have.
+// Takes the rest of the line with its end, or what is before the delimiter with that. No more of it
+// is kept than the name of a file may have.
 std::string ScriptReader::restOfLine(bool upToDelimiter)
 {
     constexpr std::size_t Kept = 4096;

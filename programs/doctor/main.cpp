@@ -23,9 +23,8 @@ namespace {
 using namespace doctor;
 using namespace Kestro::Database;
 
-constexpr programs::Program Self = {
-    "kestro-doctor",
-    R"(Usage: kestro-doctor [DATABASE]
+constexpr programs::Program Self = {"kestro-doctor",
+                                    R"(Usage: kestro-doctor [DATABASE]
   or:  kestro-doctor --help | --version
 
 Connects to the local server as a program on the library does and prints one line

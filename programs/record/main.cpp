@@ -16,9 +16,8 @@ using namespace Kestro::Database;
 
 namespace {
 
-constexpr programs::Program Self = {
-    "kestro-record",
-    R"(Usage: kestro-record DATABASE TABLE [CLASS]
+constexpr programs::Program Self = {"kestro-record",
+                                    R"(Usage: kestro-record DATABASE TABLE [CLASS]
   or:  kestro-record --help | --version
 
 Writes a C++ header with a record class for the table to standard output. The

@@ -22,7 +22,8 @@ std::size_t columns()
 
 } // namespace
 
-Progress::Progress() : m_terminal(isatty(STDERR_FILENO) != 0) {}
+Progress::Progress() : m_terminal(isatty(STDERR_FILENO) != 0)
+{}
 
 double Progress::seconds() const
 {

@@ -4,8 +4,8 @@
 #include <cstdint>
 #include <string>
 
-/// A bar on standard error that shows how much of the scripts has been read. Without a terminal there
-/// it shows nothing.
+/// A bar on standard error that shows how much of the scripts has been read. Without a terminal
+/// there it shows nothing.
 class Progress {
 public:
     Progress();

@@ -18,9 +18,8 @@ namespace {
 
 using namespace Kestro::Database;
 
-constexpr programs::Program Self = {
-    "kestro-script",
-    R"(Usage: kestro-script [OPTION]... FILE...
+constexpr programs::Program Self = {"kestro-script",
+                                    R"(Usage: kestro-script [OPTION]... FILE...
   or:  kestro-script --help | --version
 
 Runs scripts of SQL on the local server, as they are found in the world: with
@@ -188,7 +187,8 @@ std::optional<Options> parse(int argc, char** argv)
         } else if (found == Continue) {
             options.goOn = true;
         } else {
-            Self.misused(std::string("not an option, or one without its value: ") + argv[optind - 1]);
+            Self.misused(std::string("not an option, or one without its value: ") +
+                         argv[optind - 1]);
             return std::nullopt;
         }
     }

@@ -8,8 +8,8 @@ namespace programs {
 /// How every program ends.
 enum ExitStatus : std::uint8_t { Success = 0, Failure = 1, WrongUsage = 2 };
 
-/// Name and usage of a program. The usage is what --help prints, in the usual form: lines "Usage: ",
-/// what the program does, an option a line, the exit status.
+/// Name and usage of a program. The usage is what --help prints, in the usual form: lines "Usage:
+/// ", what the program does, an option a line, the exit status.
 struct Program {
     const char* name;
     const char* usage;

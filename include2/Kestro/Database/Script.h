@@ -9,28 +9,29 @@
 
 namespace Kestro::Database {
 
-/// Runs a script as the server's command-line client does, with DELIMITER and source; ScriptReader.h
-/// tells how it is cut into statements.
+/// Runs a script as the server's command-line client does, with DELIMITER and source;
+/// ScriptReader.h tells how it is cut into statements.
 ///
 ///     Connection connection("shop");
 ///     Script("schema.sql", connection).execute();
 ///
 /// Statements are joined into strings of up to 1 MiB, and of about a tenth of a second's work, so
-/// that most of them cost no round trip; a longer one is sent alone. Whatever their number, a failure
-/// is that of one statement, whose place is known, and no statement is sent twice. Results are read
-/// and dropped. The file is read as it is sent: memory holds one string and the longest statement.
+/// that most of them cost no round trip; a longer one is sent alone. Whatever their number, a
+/// failure is that of one statement, whose place is known, and no statement is sent twice. Results
+/// are read and dropped. The file is read as it is sent: memory holds one string and the longest
+/// statement.
 ///
 /// Give a script a connection of its own. It allows several statements per query there and leaves
-/// what the script leaves in the session: its database, variables, an open transaction. A script that
-/// makes escaped values unsafe (db_client.h) ends with 1231 at its next statement. LOAD DATA LOCAL
-/// gets no file.
+/// what the script leaves in the session: its database, variables, an open transaction. A script
+/// that makes escaped values unsafe (db_client.h) ends with 1231 at its next statement. LOAD DATA
+/// LOCAL gets no file.
 ///
 /// Threads: one Script, and its connection, belong to one thread at a time, but for stop().
 class KESTRO_API Script {
 public:
     /// Opens the file, "-" for standard input, and sends nothing. The connection must outlive the
-    /// object. Throws what ScriptReader's constructor throws, and DatabaseException with int parameter
-    /// 4 and file "Script" if the connection does not allow several statements.
+    /// object. Throws what ScriptReader's constructor throws, and DatabaseException with int
+    /// parameter 4 and file "Script" if the connection does not allow several statements.
     Script(const std::string& path, Connection& connection);
     Script(const Script&) = delete;
     Script& operator=(const Script&) = delete;
@@ -44,14 +45,15 @@ public:
     ///
     /// If a statement fails, throws DatabaseException: int parameter 4, the script's file and the
     /// statement's line in fileName() and lineNumber(), and as string parameter the server's text,
-    /// " : " and the first 200 characters of the statement. A "line" in the server's text is counted
-    /// from the statement's first. What is wrong in the script itself, such as an unterminated
-    /// comment, is thrown as ScriptReader::next() tells, once everything before it has run.
+    /// " : " and the first 200 characters of the statement. A "line" in the server's text is
+    /// counted from the statement's first. What is wrong in the script itself, such as an
+    /// unterminated comment, is thrown as ScriptReader::next() tells, once everything before it has
+    /// run.
     ///
-    /// All statements before the one that failed have run and none behind it has. Called again, step()
-    /// goes on with the one behind; but if the connection or what its session held is lost, the script
-    /// has ended. A statement that the loss interrupted may have run, and so may those sent with it,
-    /// which the string parameter then says.
+    /// All statements before the one that failed have run and none behind it has. Called again,
+    /// step() goes on with the one behind; but if the connection or what its session held is lost,
+    /// the script has ended. A statement that the loss interrupted may have run, and so may those
+    /// sent with it, which the string parameter then says.
     bool step();
 
     /// Number and text of the last failure, 0 and "" before one. The number is 0 if it was the
@@ -67,8 +69,8 @@ public:
     std::uint64_t bytes() const;
     std::uint64_t size() const;
 
-    /// Ends the script before its next string: step() returns false from now on. May be called by any
-    /// thread, and by a signal handler.
+    /// Ends the script before its next string: step() returns false from now on. May be called by
+    /// any thread, and by a signal handler.
     void stop() noexcept;
     bool stopped() const noexcept;
 

@@ -17,25 +17,28 @@ namespace Kestro::Database {
 ///         std::cout << reader.file() << ':' << reader.line() << ": " << text << '\n';
 ///     }
 ///
-/// A statement ends at the delimiter, which is ";" until a line `DELIMITER x` changes it, at `\g` or
-/// `\G`, or at the end of its file. A delimiter does not count inside '...', "..." (with \ escapes),
+/// A statement ends at the delimiter, which is ";" until a line `DELIMITER x` changes it, at `\g`
+/// or
+/// `\G`, or at the end of its file. A delimiter does not count inside '...', "..." (with
+/// \ escapes),
 /// `...`, a comment (`# ...`, `-- ...`, or between slash-star and star-slash) or a comment that the
-/// server executes (slash-star-! or slash-star-M!). Where a statement may begin, these are commands:
-/// `DELIMITER x`, `source file` and `\. file`, whose file is found from the directory of the file
-/// that names it, and `use name`, which needs no delimiter at a line's end.
+/// server executes (slash-star-! or slash-star-M!). Where a statement may begin, these are
+/// commands: `DELIMITER x`, `source file` and `\. file`, whose file is found from the directory of
+/// the file that names it, and `use name`, which needs no delimiter at a line's end.
 ///
 /// Comments before a statement and empty statements are left out, comments inside one stay. A CR
-/// before a line feed is left out everywhere, as the client does, and so is a UTF-8 byte-order mark.
-/// The other commands of the client stay in the text, and the server refuses them. What statements
-/// change is not followed: in a script that sets ANSI_QUOTES, NO_BACKSLASH_ESCAPES, or a character
-/// set whose characters may hold a backslash, quotation marks mean what they meant before.
+/// before a line feed is left out everywhere, as the client does, and so is a UTF-8 byte-order
+/// mark. The other commands of the client stay in the text, and the server refuses them. What
+/// statements change is not followed: in a script that sets ANSI_QUOTES, NO_BACKSLASH_ESCAPES, or a
+/// character set whose characters may hold a backslash, quotation marks mean what they meant
+/// before.
 ///
 /// A file is read in blocks of 64 KiB. Threads: distinct objects may be used by distinct threads;
 /// one object belongs to one thread at a time, but for stop().
 class KESTRO_API ScriptReader {
 public:
-    /// The length of the longest statement, bytes, unless the caller sets another: the most that the
-    /// server takes in one packet.
+    /// The length of the longest statement, bytes, unless the caller sets another: the most that
+    /// the server takes in one packet.
     static constexpr std::size_t MaxStatement = 1'073'741'824;
 
     /// Opens the file; "-" is standard input. Throws DatabaseException, as told for next(), if it
@@ -48,11 +51,11 @@ public:
     /// Appends the next statement, without its delimiter, to the text. Returns false after the last
     /// one, and after stop().
     ///
-    /// Throws DatabaseException if there is no statement to give: int parameter 4, the script's file
-    /// and line in fileName() and lineNumber(), the reason as string parameter. The reasons are text
-    /// in quotation marks, a comment or a statement without an end, DELIMITER without a delimiter, a
-    /// file that cannot be read or is being read already, and a statement longer than maxStatement().
-    /// The text is then as it was, and the next call goes on behind what was wrong.
+    /// Throws DatabaseException if there is no statement to give: int parameter 4, the script's
+    /// file and line in fileName() and lineNumber(), the reason as string parameter. The reasons
+    /// are text in quotation marks, a comment or a statement without an end, DELIMITER without a
+    /// delimiter, a file that cannot be read or is being read already, and a statement longer than
+    /// maxStatement(). The text is then as it was, and the next call goes on behind what was wrong.
     bool next(std::string& text);
 
     /// Where the last statement begins: the file as it was named, or joined to the directory of the
