@@ -75,7 +75,8 @@ std::string firstWord(std::string_view statement)
 
 bool mentions(std::string_view statement, std::string_view word)
 {
-    return !std::ranges::search(statement, word, {}, upper).empty();
+    return std::search(statement.begin(), statement.end(), word.begin(), word.end(),
+                       [](char a, char b) { return upper(a) == b; }) != statement.end();
 }
 
 // Whether statements may stand behind this one in a string: it has one answer, and changes nothing

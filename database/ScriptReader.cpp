@@ -398,7 +398,8 @@ void ScriptReader::cut(std::string& text)
             source.at += state.delimiter.size();
             checkLength(tooLong);
             return;
-        } else if (c == '\\' && rest.size() > 1 && (rest[1] == 'g' || rest[1] == 'G')) {
+        } else if (!executed && c == '\\' && rest.size() > 1 &&
+                   (rest[1] == 'g' || rest[1] == 'G')) {
             source.at += 2;
             checkLength(tooLong);
             return;
