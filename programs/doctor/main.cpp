@@ -1,4 +1,4 @@
-// Tells what a program on the library would meet on this machine's server; see
+// Checks whether programs on the library can work with this machine's server; see
 // docs/kestro-doctor.md.
 
 #include "Checks.h"
@@ -47,7 +47,7 @@ Exit status:
   2  wrong usage
 )"};
 
-// Prints findings as they come.
+// Prints each finding at once.
 class Report {
 public:
     void add(const Finding& finding)
@@ -61,7 +61,7 @@ public:
         if (!finding.advice.empty()) {
             std::cout << std::string(WordWidth, ' ') << "-> " << harmless(finding.advice) << '\n';
         }
-        std::cout.flush(); // the next check may take its time
+        std::cout.flush(); // the next check may take long
     }
     void add(const Findings& findings)
     {
@@ -77,7 +77,7 @@ private:
         const char* colour;
     };
 
-    static constexpr int SubjectWidth = 18; // the longest that is fixed
+    static constexpr int SubjectWidth = 18; // of the longest fixed subject
     static constexpr std::size_t WordWidth = 6;
     static constexpr char Plain[] = "\33[0m";
     static constexpr Word m_words[] = {
@@ -89,7 +89,7 @@ private:
         return isatty(STDOUT_FILENO) != 0 && (none == nullptr || *none == '\0');
     }
 
-    // Names come from the server: they get no word with the terminal, and no line of their own.
+    // Names come from the server: they must neither control the terminal nor begin a line.
     static std::string harmless(std::string text)
     {
         std::ranges::replace_if(
@@ -123,7 +123,7 @@ std::vector<Row> ask(Connection& connection, const std::string& statement)
     query << statement;
     try {
         query.execute();
-    } catch (const DatabaseException&) { // without the statement, which tells the user nothing
+    } catch (const DatabaseException&) { // without the statement, which means nothing to the user
         throw std::runtime_error(std::to_string(query.get_error_number()) + ", " +
                                  query.get_error_message());
     }
@@ -149,14 +149,14 @@ Failure open(std::optional<Connection>& connection, const std::string& database)
     }
 }
 
-// What the client layer logs in as.
+// The account that the client layer logs in with.
 std::string loginName()
 {
     const passwd* entry = getpwuid(geteuid());
     return entry != nullptr ? entry->pw_name : std::to_string(geteuid());
 }
 
-// A file for all to read, gone with this object.
+// A file that everybody may read; the destructor removes it.
 class DataFile {
 public:
     explicit DataFile(const std::filesystem::path& directory)
@@ -221,7 +221,7 @@ public:
             return;
         }
         guarded("database", [&] {
-            // DATABASE() is the name as the server has it.
+            // DATABASE() returns the name in the server's own spelling.
             const Row row =
                 askForRow(*own, "SELECT default_character_set_name FROM "
                                 "information_schema.schemata WHERE schema_name=DATABASE()");
@@ -231,7 +231,7 @@ public:
     }
 
 private:
-    // A statement that is refused costs its own check only.
+    // A statement that fails spoils only its own check.
     template <class Check> void guarded(const std::string& subject, const Check& check)
     {
         try {
@@ -289,7 +289,7 @@ private:
     void tables(Connection& own, const std::string& name)
     {
         std::vector<TableState> tables;
-        // A unique key without NULL does a primary key's work, and the server says PRI to it too.
+        // The server reports PRI for a unique key without NULL too, which serves as a primary key.
         for (const Row& row :
              ask(own, "SELECT t.table_name, t.engine, e.transactions, k.table_name "
                       "FROM information_schema.tables t "
