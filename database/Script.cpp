@@ -28,14 +28,13 @@ constexpr std::chrono::milliseconds BatchTime(100);
 constexpr std::size_t PacketOverhead = 2; // bytes of max_allowed_packet that a string does not get
 constexpr std::string_view Separator = ";\n";
 
-// Of the server's numbers and the client's: the session is gone, or takes no statement any more.
+// Error numbers after which the session is gone, or takes no statement any more.
 constexpr std::array SessionLost = {1053, 1231, 1927, 2006, 2013, 2027};
-// Of these, those that leave open what was run.
+// Those of them after which it is not known what has run.
 constexpr std::array InDoubt = {1053, 1927, 2013, 2027};
 
-// The statements that have exactly one answer, whatever they are about. All others may have
-// several, as CALL does, or none, and then the number of answers does not tell where a string
-// failed.
+// The statements that always have exactly one answer. Others may have several, as CALL does, or
+// none; after one of them the number of answers would not say where a string failed.
 constexpr std::array<std::string_view, 24> OneAnswer = {
     "ALTER",     "COMMIT", "CREATE", "DEALLOCATE", "DELETE",   "DO",      "DROP",   "FLUSH",
     "GRANT",     "INSERT", "LOCK",   "PREPARE",    "RENAME",   "REPLACE", "REVOKE", "ROLLBACK",
@@ -79,8 +78,8 @@ bool mentions(std::string_view statement, std::string_view word)
                        [](char a, char b) { return upper(a) == b; }) != statement.end();
 }
 
-// Whether statements may stand behind this one in a string: it has one answer, and changes nothing
-// that tells where they end.
+// Whether other statements may follow this one in a string: it has one answer, and does not change
+// where the server sees them end.
 bool mayBeFollowed(std::string_view statement, bool compound)
 {
     const std::string word = firstWord(statement);
@@ -93,13 +92,13 @@ bool mayBeFollowed(std::string_view statement, bool compound)
     if (word == "SET") {
         return !mentionsAny({"SQL_MODE", "NAMES", "CHAR", "STATEMENT"});
     }
-    // The body of one of these may have been cut, as the client does without DELIMITER; the server
-    // would find the rest of it in what is behind.
+    // Without DELIMITER the body of one of these is cut, as the client cuts it. The server would
+    // find the rest of it in the statements that follow.
     return (word != "CREATE" && word != "ALTER") ||
            !mentionsAny({"PROCEDURE", "FUNCTION", "TRIGGER", "EVENT", "PACKAGE"});
 }
 
-// The first 200 characters; a byte that goes on with a character of UTF-8 does not count.
+// The first 200 characters: continuation bytes of UTF-8 are not counted.
 std::string excerpt(std::string_view statement)
 {
     constexpr std::size_t Shown = 200;
@@ -124,10 +123,10 @@ struct Script::State {
     };
 
     ScriptReader reader;
-    std::string text; // statements, a separator behind each
+    std::string text; // the statements, each followed by a separator
     std::vector<Statement> statements;
     std::size_t next = 0;                     // the first that was not sent
-    std::optional<DatabaseException> problem; // of the script, behind the last statement
+    std::optional<DatabaseException> problem; // of the script, after the last statement
     std::size_t maxBatch = 0;                 // bytes; 0 before the server was asked
     std::size_t batch = 65'536;               // bytes that a string has at present
     std::uint64_t run = 0;
@@ -208,7 +207,7 @@ bool Script::step()
     return true;
 }
 
-// Statements for the next strings, until there are enough for one of the largest.
+// Reads statements for the next strings, enough for one of the largest.
 void Script::read()
 {
     State& state = *m_state;
@@ -262,7 +261,9 @@ void Script::failed(std::size_t last)
     std::string text = state.errorMessage + " : " + excerpt(state.textOf(statement));
     if (std::ranges::find(SessionLost, state.errorNumber) != SessionLost.end()) {
         state.over = true;
-        if (at < last && std::ranges::find(InDoubt, state.errorNumber) != InDoubt.end()) {
+        if (std::ranges::find(InDoubt, state.errorNumber) == InDoubt.end()) {
+            state.next = at; // it was not sent
+        } else if (at < last) {
             text += " (it may have run, and so may the statements up to " +
                     state.statements[last].place() + ')';
             state.next = last + 1;

@@ -229,6 +229,9 @@ bool ScriptReader::skipToStatement()
         const std::string_view rest = m_state->look(4);
         Source& source = m_state->source();
         if (rest.empty()) {
+            if (stopped()) {
+                return false;
+            }
             leave();
         } else if (isBlank(rest[0])) {
             source.line += static_cast<unsigned>(rest[0] == '\n');
@@ -388,7 +391,7 @@ void ScriptReader::cut(std::string& text)
             take(inside == Plain ? 2 : 1);
         } else if (inside != Plain) {
             if (c == '\\') {
-                // What ends a line is looked at as everywhere.
+                // The end of a line is handled above.
                 take(rest.size() > 1 && rest[1] != '\r' && rest[1] != '\n' ? 2 : 1);
             } else {
                 inside = c == '\r' ? inside : Plain;

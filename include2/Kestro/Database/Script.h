@@ -50,8 +50,8 @@ public:
     /// unterminated comment, is thrown as ScriptReader::next() tells, once everything before it has
     /// run.
     ///
-    /// All statements before the one that failed have run and none behind it has. Called again,
-    /// step() goes on with the one behind; but if the connection or what its session held is lost,
+    /// All statements before the one that failed have run, and none after it. Called again, step()
+    /// goes on with the next one; but if the connection or what its session held is lost,
     /// the script has ended. A statement that the loss interrupted may have run, and so may those
     /// sent with it, which the string parameter then says.
     bool step();

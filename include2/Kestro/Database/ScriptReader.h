@@ -55,7 +55,7 @@ public:
     /// file and line in fileName() and lineNumber(), the reason as string parameter. The reasons
     /// are text in quotation marks, a comment or a statement without an end, DELIMITER without a
     /// delimiter, a file that cannot be read or is being read already, and a statement longer than
-    /// maxStatement(). The text is then as it was, and the next call goes on behind what was wrong.
+    /// maxStatement(). The text is then as it was, and the next call goes on after what was wrong.
     bool next(std::string& text);
 
     /// Where the last statement begins: the file as it was named, or joined to the directory of the
