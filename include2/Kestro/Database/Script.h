@@ -40,8 +40,7 @@ public:
     /// Runs all that is left of the script: calls step() until it returns false.
     void execute();
 
-    /// Sends the next string and returns true, or returns false at the end of the script. Then, or
-    /// after the call in which it failed, every statement before position() has been sent.
+    /// Sends the next string and returns true; returns false at the end of the script.
     ///
     /// If a statement fails, throws DatabaseException: int parameter 4, the script's file and the
     /// statement's line in fileName() and lineNumber(), and as string parameter the server's text,
