@@ -1,5 +1,6 @@
-// A script of 50 MiB with one INSERT per line is run in batches of about 1 MiB, or by the server's
-// own command-line client, which sends statement by statement.
+// A script of 50 MiB with one INSERT per line is run: in batches of about 1 MiB, cut into its
+// statements and joined again, or by the server's own command-line client, which sends statement by
+// statement.
 
 #include "Measure.h"
 #include "RawLink.h"
@@ -59,6 +60,14 @@ std::uint64_t kestro(int /*size*/)
     return 0;
 }
 
+// Statement by statement, as the command-line client reads them, and joined again.
+std::uint64_t kestroScript(int /*size*/)
+{
+    Connection connection(BenchDatabase);
+    Script(scriptFile(), connection).execute();
+    return 0;
+}
+
 std::uint64_t commandLine(int /*size*/)
 {
     const std::string command =
@@ -99,7 +108,10 @@ int main(int argc, char** argv)
     return run(argc, argv,
                {{"A script of 50 MiB, one INSERT a line",
                  MiB,
-                 {{"raw", raw}, {"kestro", kestro}, {"mariadb", commandLine}},
+                 {{"raw", raw},
+                  {"kestro", kestro},
+                  {"kestro-script", kestroScript},
+                  {"mariadb", commandLine}},
                  prepare,
                  written}});
 }

@@ -13,9 +13,9 @@ install(TARGETS kestrodb kestroclient kestroplatform kestro_database EXPORT Kest
   FILE_SET HEADERS DESTINATION ${headers} COMPONENT development
   INCLUDES DESTINATION ${headers})
 
-set_target_properties(kestro-doctor kestro-record PROPERTIES
+set_target_properties(kestro-doctor kestro-record kestro-script PROPERTIES
   INSTALL_RPATH $ORIGIN/../${CMAKE_INSTALL_LIBDIR})
-install(TARGETS kestro-doctor RUNTIME COMPONENT runtime)
+install(TARGETS kestro-doctor kestro-script RUNTIME COMPONENT runtime)
 install(TARGETS kestro-record RUNTIME COMPONENT development)
 
 install(EXPORT KestroDB NAMESPACE Kestro:: FILE KestroDBTargets.cmake

@@ -216,6 +216,7 @@ int Link::ready(std::string_view text)
 
 int Link::send(std::string_view text)
 {
+    m_answers = 0;
     if (ready(text) != 0 || fits(text) != 0) {
         return 1;
     }
@@ -229,6 +230,7 @@ int Link::send(std::string_view text)
         }
     }
     m_session.sends(text);
+    m_answers = 0; // without those to what the link itself has asked
     return 0;
 }
 
@@ -522,6 +524,7 @@ int Link::fail(int number, std::string text)
 void Link::ended(std::uint64_t rows)
 {
     m_affectedRows = rows;
+    ++m_answers;
     if (m_insertId != 0) {
         m_lastId = m_insertId;
     }

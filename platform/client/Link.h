@@ -79,7 +79,14 @@ public:
     int fail(int number, std::string text);
     const Failure& failure() const { return m_failure; }
     std::uint64_t affectedRows() const { return m_affectedRows; }
-    void noRowsAffected() { m_affectedRows = 0; }
+    /// Answers to the last text, without one that failed.
+    int answers() const { return m_answers; }
+    /// For a text that asks nothing of the server.
+    void nothingAsked()
+    {
+        m_affectedRows = 0;
+        m_answers = 0;
+    }
     std::uint64_t lastId() const { return m_lastId; }
 
     /// Sets the result whose rows are still to come on the link, or null.
@@ -130,6 +137,7 @@ private:
 
     Failure m_failure;
     std::uint64_t m_affectedRows = 0;
+    int m_answers = 0;
     std::uint64_t m_lastId = 0;
 };
 

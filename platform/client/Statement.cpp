@@ -67,7 +67,7 @@ int query(void* handle, std::string_view text, void** result, Reading reading)
     }
     Link& link = *static_cast<Link*>(handle);
     if (isBlank(text)) {
-        link.noRowsAffected();
+        link.nothingAsked();
         return 0;
     }
     if (const int failed = link.send(text)) {
@@ -107,4 +107,9 @@ std::uint64_t db_affected_rows(void* handle)
 std::uint64_t db_lastid(void* handle)
 {
     return handle != nullptr ? static_cast<Link*>(handle)->lastId() : 0;
+}
+
+int db_answer_count(void* handle)
+{
+    return handle != nullptr ? static_cast<Link*>(handle)->answers() : 0;
 }

@@ -112,6 +112,12 @@ int db_enable_multiple_statements_per_query(void* handle);
 int db_query(void* handle, const char* text, void** result);
 int db_use_query(void* handle, const char* text, void** result);
 
+/// The number of answers that the last text has had: one for each of its statements that succeeded,
+/// and for CALL, EXECUTE and the like one more for each of their results. In a text of other
+/// statements it is the 0-based number of the statement that failed. 0 if the text was not sent. A
+/// client may lack this function: libkestrodb then sends a script's statements one by one.
+int db_answer_count(void* handle);
+
 /// Frees the result. Streamed rows that were not fetched are read and dropped.
 void db_free_result(void* result);
 

@@ -12,21 +12,22 @@ namespace {
 
 using enum Severity;
 
-// What the library is measured with.
+// The server version that the library is measured with.
 constexpr std::pair<int, int> MeasuredVersion{10, 11};
 
-// QueryFile sends batches of 1 MiB and the rest of a statement.
+// QueryFile sends batches of 1 MiB, and longer ones if a statement crosses the limit.
 constexpr std::uint64_t MiB = 1'048'576;
 constexpr std::uint64_t ScriptNeed = 2 * MiB;
-constexpr std::uint64_t PacketOverhead = 2; // bytes that a statement does not get
+constexpr std::uint64_t PacketOverhead =
+    2; // bytes of max_allowed_packet that a statement cannot use
 
-// The server's numbers.
+// Error numbers of the server.
 constexpr int TooManyConnections = 1040;
 constexpr int NoRightToDatabase = 1044;
 constexpr int AccessDenied = 1045;
 constexpr int UnknownDatabase = 1049;
 constexpr int AccessDeniedWithoutPassword = 1698;
-// The Connector's.
+// Error numbers of the Connector.
 constexpr int CannotConnect = 2002;
 constexpr int ServerLost = 2013;
 
@@ -271,7 +272,7 @@ Finding fileFinding(const std::vector<std::string>& grants, const std::string& a
 
 bool readsEveryPlace(const std::optional<std::string>& secureFilePriv, const std::string& version)
 {
-    // Here the two kinds of server differ: to the others NULL is no place.
+    // NULL means every directory to MariaDB, and none to MySQL.
     return secureFilePriv ? secureFilePriv->empty() : isMariaDB(version);
 }
 

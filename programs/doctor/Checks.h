@@ -7,8 +7,8 @@
 #include <optional>
 #include <string_view>
 
-/// What the values that a server tells mean for a program on the library. Nothing here asks the
-/// server, so every judgement can be tested with values alone.
+/// Judge the values that a server returns. Nothing here asks the server, so every judgement can be
+/// tested with values alone.
 namespace doctor {
 
 /// Number and text of a failure; 0 for none.
@@ -17,11 +17,11 @@ struct Failure {
     std::string text;
 };
 
-/// A connection without a database: opened, or why not. The login is the process's own name;
-/// socketRight, whether the socket itself was found in order.
+/// A connection without a database: opened, or why not. `login` is the process's own name;
+/// `socketRight` says whether the check of the socket passed.
 Finding connectionFinding(const Failure& failure, const std::string& login, bool socketRight);
 
-/// The account that the server took the login for, as CURRENT_USER() tells it.
+/// The account that the server chose for the login, as CURRENT_USER() returns it.
 Finding accountFinding(const std::string& login, const std::string& account);
 
 /// The database "mysql", which the library opens first: opened, or why not.
@@ -33,7 +33,7 @@ Finding databaseFinding(const std::string& database, const Failure& failure,
 
 Finding versionFinding(const std::string& version);
 
-/// The server's global sql_mode, and what the library made of it in a session of its own.
+/// The server's global sql_mode, and the sql_mode of a session of the library.
 Findings sqlModeFindings(const std::string& global, const std::string& session);
 
 /// The server's character set, and those of a session of the library's.
@@ -46,13 +46,14 @@ Finding packetFinding(std::uint64_t bytes);
 /// The rows of SHOW GRANTS.
 Finding fileFinding(const std::vector<std::string>& grants, const std::string& account);
 
-/// Whether secure_file_priv, null for NULL, leaves every place to data files.
+/// Whether secure_file_priv (null for NULL) allows data files in every directory.
 bool readsEveryPlace(const std::optional<std::string>& secureFilePriv, const std::string& version);
 
 Finding secureFilePrivFinding(const std::optional<std::string>& secureFilePriv,
                               const std::string& version);
 
-/// Whether the server could read a file that the program made in the directory for all to read.
+/// Whether the server could read a file that everybody may read and the program made in the
+/// directory.
 Finding readingFinding(const std::string& directory, bool readable);
 
 struct TableState {
@@ -62,8 +63,8 @@ struct TableState {
     bool primaryKey = false;
 };
 
-/// One finding for each fault of a table, and one for the tables without a fault. In a cluster a
-/// fault is worse.
+/// One finding for each fault of a table, and one for all tables without a fault. Faults are more
+/// severe in a cluster.
 Findings tableFindings(const std::string& database, const std::vector<TableState>& tables,
                        bool inCluster);
 

@@ -5,15 +5,14 @@
 
 namespace doctor {
 
-/// A note is what some programs will stumble over; bad is what keeps the library, or a part of it,
-/// from working.
+/// Note: some programs will have trouble with it. Bad: the library, or a part of it, does not work.
 enum class Severity { Ok, Note, Bad };
 
 /// What one check found.
 struct Finding {
     Severity severity = Severity::Ok;
-    std::string subject; ///< what was looked at, the same whatever was found
-    std::string text;    ///< what is so
+    std::string subject; ///< what was checked; does not depend on the result
+    std::string text;    ///< the result
     std::string advice;  ///< what to do about it; may be empty
 };
 

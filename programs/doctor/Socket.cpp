@@ -1,12 +1,10 @@
 #include "Socket.h"
 
-#include <Kestro/Database/Connection.h>
+#include "ServerSocket.h"
 
 #include <cerrno>
-#include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
-#include <mariadb_version.h>
 #include <sys/stat.h>
 #include <sys/un.h>
 #include <unistd.h>
@@ -17,35 +15,13 @@ namespace {
 
 constexpr std::size_t PathLimit = sizeof(sockaddr_un::sun_path) - 1; // bytes
 
-struct Place {
-    std::string path;
-    std::string origin;
-};
-
-// The places in the order in which the library asks.
-std::vector<Place> places()
-{
-    const char* named = std::getenv("MYSQL_UNIX_PORT");
-    return {{named != nullptr ? named : "", "named by MYSQL_UNIX_PORT"},
-            {Kestro::Database::Connection::SocketName, "the system's"},
-            {MARIADB_UNIX_ADDR, "the Connector's default"}};
-}
-
-std::size_t placeInUse(const std::vector<Place>& places)
-{
-    if (!places[0].path.empty()) {
-        return 0;
-    }
-    return access(places[1].path.c_str(), F_OK) == 0 ? 1 : 2;
-}
-
 bool isSocket(const std::string& path)
 {
     struct stat file {};
     return stat(path.c_str(), &file) == 0 && S_ISSOCK(file.st_mode);
 }
 
-std::string adviceForMissing(const std::vector<Place>& places, std::size_t used)
+std::string adviceForMissing(const std::vector<programs::SocketPlace>& places, std::size_t used)
 {
     for (std::size_t i = used + 1; i < places.size(); ++i) {
         if (isSocket(places[i].path)) {
@@ -62,8 +38,8 @@ std::string adviceForMissing(const std::vector<Place>& places, std::size_t used)
 
 Finding socketFinding()
 {
-    const std::vector<Place> known = places();
-    const std::size_t used = placeInUse(known);
+    const std::vector<programs::SocketPlace> known = programs::socketPlaces();
+    const std::size_t used = programs::socketInUse(known);
     const std::string& path = known[used].path;
     const auto finding = [&](Severity severity, const std::string& what,
                              const std::string& advice) {

@@ -4,9 +4,9 @@
 
 namespace doctor {
 
-/// Looks at the socket that the library takes in this environment (see db_client.h): whether it is
-/// there, is a socket, and may be used by this process. Whether somebody listens, only a connection
-/// tells.
+/// Checks the socket that the library uses in this environment (see db_client.h): whether it
+/// exists, is a socket, and may be used by this process. Only a connection shows whether a server
+/// listens.
 Finding socketFinding();
 
 } // namespace doctor

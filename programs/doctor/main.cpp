@@ -1,7 +1,8 @@
-// Tells what a program on the library would meet on this machine's server; see
+// Checks whether programs on the library can work with this machine's server; see
 // docs/kestro-doctor.md.
 
 #include "Checks.h"
+#include "Program.h"
 #include "Socket.h"
 
 #include <KestroDatabase>
@@ -22,23 +23,31 @@ namespace {
 using namespace doctor;
 using namespace Kestro::Database;
 
-constexpr char Usage[] = R"(usage: kestro-doctor [DATABASE]
-       kestro-doctor --help | --version
+constexpr programs::Program Self = {"kestro-doctor",
+                                    R"(Usage: kestro-doctor [DATABASE]
+  or:  kestro-doctor --help | --version
 
-Connects to the local server as a program on the library does and tells, a line
-a check, what is so; below it, behind "->", what to do. With DATABASE it looks at
-this database and its tables too. Nothing on the server is changed.
+Connects to the local server as a program on the library does and prints one line
+per check: severity, subject, finding. The line after it, marked "->", says what
+to do. With DATABASE it checks this database and its tables too. Nothing on the
+server is changed.
 
+Severities:
   ok    as it should be
-  note  some programs will stumble over it
+  note  some programs will have trouble with it
   bad   the library, or a part of it, does not work
 
-The exit status is 0 if nothing is bad, 1 if something is, 2 for wrong usage.
-)";
+Options:
+  --help     print this text
+  --version  print the version
 
-enum ExitStatus : std::uint8_t { NothingBad = 0, SomethingBad = 1, WrongUsage = 2 };
+Exit status:
+  0  nothing is bad
+  1  something is bad, or the report could not be written
+  2  wrong usage
+)"};
 
-// Prints findings as they come.
+// Prints each finding at once.
 class Report {
 public:
     void add(const Finding& finding)
@@ -52,7 +61,7 @@ public:
         if (!finding.advice.empty()) {
             std::cout << std::string(WordWidth, ' ') << "-> " << harmless(finding.advice) << '\n';
         }
-        std::cout.flush(); // the next check may take its time
+        std::cout.flush(); // the next check may take long
     }
     void add(const Findings& findings)
     {
@@ -68,7 +77,7 @@ private:
         const char* colour;
     };
 
-    static constexpr int SubjectWidth = 18; // the longest that is fixed
+    static constexpr int SubjectWidth = 18; // of the longest fixed subject
     static constexpr std::size_t WordWidth = 6;
     static constexpr char Plain[] = "\33[0m";
     static constexpr Word m_words[] = {
@@ -80,7 +89,7 @@ private:
         return isatty(STDOUT_FILENO) != 0 && (none == nullptr || *none == '\0');
     }
 
-    // Names come from the server: they get no word with the terminal, and no line of their own.
+    // Names come from the server: they must neither control the terminal nor begin a line.
     static std::string harmless(std::string text)
     {
         std::ranges::replace_if(
@@ -114,7 +123,7 @@ std::vector<Row> ask(Connection& connection, const std::string& statement)
     query << statement;
     try {
         query.execute();
-    } catch (const DatabaseException&) { // without the statement, which tells the user nothing
+    } catch (const DatabaseException&) { // without the statement, which means nothing to the user
         throw std::runtime_error(std::to_string(query.get_error_number()) + ", " +
                                  query.get_error_message());
     }
@@ -140,14 +149,14 @@ Failure open(std::optional<Connection>& connection, const std::string& database)
     }
 }
 
-// What the client layer logs in as.
+// The account that the client layer logs in with.
 std::string loginName()
 {
     const passwd* entry = getpwuid(geteuid());
     return entry != nullptr ? entry->pw_name : std::to_string(geteuid());
 }
 
-// A file for all to read, gone with this object.
+// A file that everybody may read; the destructor removes it.
 class DataFile {
 public:
     explicit DataFile(const std::filesystem::path& directory)
@@ -212,7 +221,7 @@ public:
             return;
         }
         guarded("database", [&] {
-            // DATABASE() is the name as the server has it.
+            // DATABASE() returns the name in the server's own spelling.
             const Row row =
                 askForRow(*own, "SELECT default_character_set_name FROM "
                                 "information_schema.schemata WHERE schema_name=DATABASE()");
@@ -222,7 +231,7 @@ public:
     }
 
 private:
-    // A statement that is refused costs its own check only.
+    // A statement that fails spoils only its own check.
     template <class Check> void guarded(const std::string& subject, const Check& check)
     {
         try {
@@ -280,7 +289,7 @@ private:
     void tables(Connection& own, const std::string& name)
     {
         std::vector<TableState> tables;
-        // A unique key without NULL does a primary key's work, and the server says PRI to it too.
+        // The server reports PRI for a unique key without NULL too, which serves as a primary key.
         for (const Row& row :
              ask(own, "SELECT t.table_name, t.engine, e.transactions, k.table_name "
                       "FROM information_schema.tables t "
@@ -328,33 +337,23 @@ void examine(Report& report, const std::optional<std::string>& database)
 
 int main(int argc, char** argv)
 try {
+    if (Self.answers(argc, argv)) {
+        return programs::Success;
+    }
     const std::vector<std::string> arguments(argv + 1, argv + argc);
-    const std::string first = arguments.empty() ? "" : arguments.front();
-    if (arguments.size() == 1 && first == "--help") {
-        std::cout << Usage;
-        return NothingBad;
+    if (arguments.size() > 1) {
+        return Self.misused("more than one argument");
     }
-    if (arguments.size() == 1 && first == "--version") {
-        std::cout << "kestro-doctor " KESTRO_VERSION "\n";
-        return NothingBad;
-    }
-    if (arguments.size() > 1 || (arguments.size() == 1 && (first.empty() || first[0] == '-'))) {
-        std::cerr << "kestro-doctor: "
-                  << (arguments.size() > 1 ? "more than one argument"
-                      : first.empty()      ? "a database without a name"
-                                           : "no such option: " + first)
-                  << "\n\n"
-                  << Usage;
-        return WrongUsage;
+    if (arguments.size() == 1 && (arguments[0].empty() || arguments[0][0] == '-')) {
+        return Self.misused(arguments[0].empty() ? "a database without a name"
+                                                 : "no such option: " + arguments[0]);
     }
     Report report;
-    examine(report, arguments.empty() ? std::nullopt : std::optional(first));
+    examine(report, arguments.empty() ? std::nullopt : std::optional(arguments[0]));
     if (!std::cout) {
-        std::cerr << "kestro-doctor: the report cannot be written\n";
-        return SomethingBad;
+        return Self.fail("the report cannot be written");
     }
-    return report.bad() ? SomethingBad : NothingBad;
+    return report.bad() ? programs::Failure : programs::Success;
 } catch (const std::exception& e) {
-    std::cerr << "kestro-doctor: " << e.what() << '\n';
-    return SomethingBad;
+    return Self.fail(e.what());
 }

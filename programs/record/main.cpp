@@ -1,12 +1,13 @@
 #include "Identifier.h"
+#include "Program.h"
 #include "RecordClass.h"
 
 #include <Kestro/Database/Connection.h>
 #include <Kestro/Database/Query.h>
 #include <Kestro/Database/RowContainer.h>
 
-#include <cstdlib>
 #include <iostream>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -15,17 +16,23 @@ using namespace Kestro::Database;
 
 namespace {
 
-constexpr int Misused = 2;
-
-constexpr char Usage[] = R"(usage: kestro-record DATABASE TABLE [CLASS]
-       kestro-record --help
+constexpr programs::Program Self = {"kestro-record",
+                                    R"(Usage: kestro-record DATABASE TABLE [CLASS]
+  or:  kestro-record --help | --version
 
 Writes a C++ header with a record class for the table to standard output. The
 class is named CLASS, or else after the table: HelpTopic for help_topic. The
 server is the local one, or the one whose socket MYSQL_UNIX_PORT names.
 
-The exit status is 0, 1 if no class could be written, 2 for wrong usage.
-)";
+Options:
+  --help     print this text
+  --version  print the version
+
+Exit status:
+  0  the class was written
+  1  no class could be written
+  2  wrong usage
+)"};
 
 struct ColumnRow : RowImpl {
     Column found;
@@ -65,45 +72,37 @@ std::vector<Column> columnsOf(Connection& connection, const std::string& table)
     return columns;
 }
 
-int fail(const std::string& message)
-{
-    std::cerr << "kestro-record: " << message << '\n';
-    return EXIT_FAILURE;
-}
-
-int misused(const std::string& message)
-{
-    std::cerr << "kestro-record: " << message << "\n\n" << Usage;
-    return Misused;
-}
-
 } // namespace
 
 int main(int argc, char** argv)
 try {
-    const std::vector<std::string> arguments(argv + 1, argv + argc);
-    if (arguments == std::vector<std::string>{"--help"}) {
-        std::cout << Usage;
-        return EXIT_SUCCESS;
+    if (Self.answers(argc, argv)) {
+        return programs::Success;
     }
+    const std::vector<std::string> arguments(argv + 1, argv + argc);
     if (!arguments.empty() && arguments[0].starts_with("--")) {
-        return misused("unknown option " + arguments[0]);
+        return Self.misused("unknown option " + arguments[0]);
     }
     if (arguments.size() < 2 || arguments.size() > 3) {
-        return misused("a database and a table are wanted, and perhaps a class");
+        return Self.misused("a database and a table are wanted, and perhaps a class");
     }
     const std::string& database = arguments[0];
     const std::string& table = arguments[1];
     if (arguments.size() == 3 && !isClassName(arguments[2])) {
-        return misused("no name for a record's class: " + arguments[2]);
+        return Self.misused("no name for a record's class: " + arguments[2]);
     }
-    Connection connection(database);
+    std::optional<Connection> connection;
+    try {
+        connection.emplace(database);
+    } catch (const DatabaseException& e) {
+        return Self.failToConnect(e.stringParameter());
+    }
     std::cout << recordClass(table, arguments.size() == 3 ? arguments[2] : className(table),
-                             columnsOf(connection, table))
+                             columnsOf(*connection, table))
               << std::flush;
-    return std::cout ? EXIT_SUCCESS : fail("the class was not written completely");
+    return std::cout ? programs::Success : Self.fail("the class was not written completely");
 } catch (const Kestro::Exception& e) {
-    return fail(e.stringParameter());
+    return Self.fail(e.stringParameter());
 } catch (const std::exception& e) {
-    return fail(e.what());
+    return Self.fail(e.what());
 }

@@ -9,6 +9,7 @@
 #include <KestroTableMap>
 #include <algorithm>
 #include <cctype>
+#include <cstring>
 #include <db_client.h>
 #include <numeric>
 #include <set>
@@ -103,6 +104,54 @@ void script(std::string_view input)
     }
 }
 
+// The statements of a script, without blanks at their ends. Whether the reader found fault with it,
+// or with the server's own reading, is told by `regular`.
+std::list<std::string> statementsOf(const std::string& content, bool& regular)
+{
+    const int file = memfd_create("script", 0);
+    check(write(file, content.data(), content.size()) == static_cast<ssize_t>(content.size()));
+    ScriptReader reader("/proc/self/fd/" + std::to_string(file));
+    close(file);
+    std::list<std::string> statements;
+    for (std::string text;; text.clear()) {
+        try {
+            if (!reader.next(text)) {
+                break;
+            }
+            check(!text.empty());
+            regular = regular && !reader.compound();
+            statements.push_back(text.substr(0, text.find_last_not_of(" \t\n\v\f\r") + 1));
+        } catch (const DatabaseException&) {
+            check(text.empty());
+            regular = false;
+        }
+    }
+    check(reader.bytes() == content.size() && reader.size() == content.size());
+    return statements;
+}
+
+// What a statement is does not depend on the one before it.
+void scriptReader(std::string_view input)
+{
+    const std::string content(input);
+    if (strcasestr(content.c_str(), "source") != nullptr ||
+        content.find("\\.") != std::string::npos) {
+        return; // they would read files of this machine
+    }
+    // Of two CR before a line feed one is left, and the other goes the next time.
+    bool regular = content.find("\r\r") == std::string::npos;
+    const std::list<std::string> statements = statementsOf(content, regular);
+    std::string joined = "\n"; // before what would be a byte-order mark
+    for (const std::string& statement : statements) {
+        // At a line's end it is a command.
+        regular = regular && strcasecmp(statement.c_str(), "delimiter") != 0;
+        joined += statement + "\n;\n";
+    }
+    if (regular) {
+        check(statementsOf(joined, regular) == statements && regular);
+    }
+}
+
 // Taken apart word by word, a text never leaves less than a short look says.
 void statement(std::string_view input)
 {
@@ -154,9 +203,9 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t siz
         void (*run)(std::string_view input);
     };
     static constexpr Target Targets[] = {
-        {"answer", answer}, {"escape", escape},       {"identifiers", identifiers},
-        {"list", list},     {"script", script},       {"statement", statement},
-        {"value", value},   {"table_name", tableName}};
+        {"answer", answer},       {"escape", escape}, {"identifiers", identifiers},
+        {"list", list},           {"script", script}, {"script_reader", scriptReader},
+        {"statement", statement}, {"value", value},   {"table_name", tableName}};
     static const Target& target =
         *std::ranges::find(Targets, std::string_view(std::getenv("FUZZ_TARGET")), &Target::name);
     check(&target != std::end(Targets));

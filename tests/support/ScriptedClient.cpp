@@ -42,7 +42,7 @@ void db_disconnect(void* /*handle*/)
 
 int db_error_number(void* /*handle*/)
 {
-    return 1064;
+    return client.errorNumber;
 }
 
 const char* db_error_message(void* /*handle*/)
@@ -68,6 +68,16 @@ void db_free_result(void* /*result*/)
 std::uint64_t db_affected_rows(void* /*handle*/)
 {
     return 0x500000003;
+}
+
+int db_enable_multiple_statements_per_query(void* /*handle*/)
+{
+    return 0;
+}
+
+int db_answer_count(void* /*handle*/)
+{
+    return client.answers;
 }
 
 // The clock of waitUntilServerReady.

@@ -12,8 +12,10 @@ struct ScriptedClient {
     std::vector<std::string> calls;
     std::deque<bool> connects;   ///< whether the next connects succeed; afterwards all do
     std::deque<bool> statements; ///< the same for statements
-    const char* error = "";      ///< why they do not; the number is 1064
+    const char* error = "";      ///< why they do not
+    int errorNumber = 1064;      ///< its number
     bool results = false;        ///< whether statements make a result, refused ones too
+    int answers = 0;             ///< before a statement that fails
     int open = 0;                ///< links and results that were handed out and not taken back
     long now = 1000;             ///< what time() tells; sleep() adds to it
 };

@@ -136,6 +136,7 @@ private:
     friend class Query;
     friend class QueryFile;
     friend class ConnectionPool;
+    friend class Script;
     friend class Transaction;
 
     /// Of the Transaction that is open on this connection.

@@ -97,6 +97,7 @@ public:
 
 private:
     friend class QueryFile;
+    friend class Script;
 
     void send(std::string_view statement);
     [[noreturn]] void refuse(std::string_view statement) const;

@@ -1,0 +1,190 @@
+#include "ScriptedClient.h"
+#include "Testing.h"
+
+#include <Kestro/Database/Script.h>
+#include <Kestro/Database/ScriptReader.h>
+#include <filesystem>
+#include <fstream>
+#include <unistd.h>
+
+namespace {
+
+using namespace Kestro::Database;
+
+class Scripts : public testing::Test {
+protected:
+    const std::string directory =
+        testing::TempDir() + "kestro_scripts." + std::to_string(getpid()) + '/';
+
+    Scripts()
+    {
+        client = {};
+        std::filesystem::create_directory(directory);
+        write("included", "\xef\xbb\xbfin 1;\r\nin 2");
+        write("loop", "a;source main;b");
+    }
+    ~Scripts() override { std::filesystem::remove_all(directory); }
+
+    std::string write(const std::string& name, const std::string& content) const
+    {
+        std::ofstream(directory + name) << content;
+        return directory + name;
+    }
+    /// The text of a call; "" if there was no such call.
+    static std::string sent(std::size_t call)
+    {
+        const std::string text = call < client.calls.size() ? client.calls[call] : "";
+        return text.starts_with("query, no result: ") ? text.substr(18) : text;
+    }
+    std::string placeless(std::string text) const
+    {
+        for (std::size_t at; (at = text.find(directory)) != std::string::npos;) {
+            text.erase(at, directory.size());
+        }
+        return text;
+    }
+    /// What the reader gives, statements as "<line:text>" with a + if compound, failures as
+    /// "<line!reason>".
+    std::string cut(const std::string& script, std::size_t most = ScriptReader::MaxStatement) const
+    {
+        ScriptReader reader(write("main", script));
+        reader.maxStatement(most);
+        std::string all;
+        for (std::string text;; text.clear()) {
+            try {
+                if (!reader.next(text)) {
+                    EXPECT_EQ(reader.bytes(), reader.size());
+                    return placeless(all);
+                }
+                all += '<' + std::to_string(reader.line()) + ':' + text +
+                       (reader.compound() ? "+>" : ">");
+            } catch (const DatabaseException& e) {
+                EXPECT_EQ(text, "");
+                all += '<' + std::to_string(e.lineNumber()) + '!' + e.stringParameter() + '>';
+            }
+        }
+    }
+};
+
+TEST_F(Scripts, AreCutAsTheServersClientCutsThem)
+{
+    const Table<std::string, std::string> rows = {
+        {"", ""},
+        {"\xef\xbb\xbf a;\r\n\n b ; ;;c", "<1:a><3:b ><3:c>"},
+        {"a 'x;''\\';\n' \"y;\\\";\"\"\" `z;\\`;b",
+         "<1:a 'x;''\\';\n' \"y;\\\";\"\"\" `z;\\`><2:b>"},
+        {"a 'x\r\ny\rz\\\r\n';b", "<1:a 'x\ny\rz\\\n'><3:b>"},
+        {"# a;\n-- b;\n--c;\n/* d;'\n */e;", "<5:e>"},
+        {"a -- '\n + # \"\n 1--2 /* ;' */;--\n", "<1:a -- '\n + # \"\n 1--2 /* ;' */>"},
+        {"a --\n;b -- c", "<1:a --\n><2:b -- c\n>"},
+        {"/*!40101 a; 'x*/' */;/*M!100200 b */ c;",
+         "<1:/*!40101 a; 'x*/' */+><1:/*M!100200 b */ c>"},
+        {"/*! a /* ; */ ; */;b /*+ ; */;", "<1:/*! a /* ; */ ; */+><1:b /*+ ; */>"},
+        {"delimiter //\na; b//\n DELIMITER ;; -- c\nd;;e//;;\nDelimiter '';\nf'';DELIMITER ;\ng;",
+         "<2:a; b+><4:d><4:e//><6:f><7:g>"},
+        {"DELIMITER $$\nDELIMITER-x$$ delimiters$$ x DELIMITER ;\n$$",
+         "<2:DELIMITER-x><2:delimiters><2:x DELIMITER ;\n+>"},
+        {"use a\nUse b;use c -- ;\nuse\nd;user x\n;",
+         "<1:use a><2:Use b><2:use c -- ;><3:use\nd><4:user x\n>"},
+        {"a\\g b\\G c\\N;\\g", "<1:a><1:b><1:c\\N>"},
+        {"source included\nx;\\. included;y;SOURCE\tincluded ;z",
+         "<1:in 1><2:in 2><2:x><1:in 1><2:in 2><2:y><1:in 1><2:in 2><2:z>"},
+        {"source(1);sources x;", "<1:source(1)><1:sources x>"},
+        {"source loop;c", "<1:a><1!source loop: main is being read already><1:b><1:c>"},
+        {"a;source none\nb", "<1:a><1!cannot open none: No such file or directory><2:b>"},
+        {"source .\nb", "<1!. is a directory><2:b>"},
+        {"a;\nb\n'c;\n", "<1:a><3!unterminated text in quotation marks>"},
+        {"a `b;", "<1!unterminated text in quotation marks>"},
+        {"a;\n/* c;", "<1:a><2!unterminated comment>"},
+        {"a\n/* c;", "<2!unterminated comment>"},
+        {"\n\n/*! c;", "<3!unterminated comment>"},
+        {"DELIMITER //\na;\n", "<2!unterminated statement: the delimiter is //>"},
+        {"DELIMITER \\\\\nDELIMITER  \na", "<1!DELIMITER with a backslash><2!DELIMITER without a "
+                                           "delimiter, or with one of more than 255 bytes><3:a>"},
+    };
+    for (const auto& [script, expected] : rows) {
+        EXPECT_EQ(cut(script), expected) << script;
+    }
+    EXPECT_EQ(
+        cut("1234;12345;\n'123;';1", 4),
+        "<1:1234><1!a statement of more than 4 bytes><2!a statement of more than 4 bytes><2:1>");
+    // What decides lies on both sides of the end of a block.
+    for (std::size_t size = 65'530; size < 65'550; ++size) {
+        const std::string before(size, 'x');
+        EXPECT_EQ(cut(before + "\r\n -- ;\n'\\';'/*;*/;b"),
+                  "<1:" + before + "\n -- ;\n'\\';'/*;*/><3:b>");
+    }
+}
+
+TEST_F(Scripts, AreSentInStringsWhoseFailuresNameTheirStatement)
+{
+    Connection connection("");
+    client.calls.clear();
+    // Several answers, other quotation marks, or a comment for other servers end a string.
+    const std::string path =
+        write("main", "USE a;insert 1;CALL p();SET @a=1;SET sql_mode='';/*!40101 SET x */;"
+                      "/*!80000 SET x */;set STATEMENT a=1 FOR CALL p();CREATE TRIGGER a BEGIN;"
+                      "DO 2;\nDELIMITER //\nCREATE b;c//DO 3//");
+    Script script(path, connection);
+    script.execute();
+    EXPECT_EQ(script.statements(), 12U);
+    EXPECT_EQ(placeless(script.position()), "main: end");
+    const std::vector<std::string> strings = {"query SELECT @@max_allowed_packet LIMIT 1",
+                                              "USE a;\ninsert 1;\nCALL p()",
+                                              "SET @a=1;\nSET sql_mode=''",
+                                              "/*!40101 SET x */;\n/*!80000 SET x */",
+                                              "set STATEMENT a=1 FOR CALL p()",
+                                              "CREATE TRIGGER a BEGIN",
+                                              "DO 2;\nCREATE b;c",
+                                              "DO 3"};
+    ASSERT_EQ(client.calls.size(), strings.size());
+    for (std::size_t i = 0; i < strings.size(); ++i) {
+        EXPECT_EQ(sent(i), strings[i]);
+    }
+
+    const Table<int, int, std::string, std::string> failures = {
+        // number, answers, what is told, what is sent next
+        {1064, 1, "main:2: syntax : DO 2", "DO 3"},
+        {1064, 0, "main:1: syntax : DO 1", "DO 2;\nDO 3"},
+        {1064, 9, "main:3: syntax : DO 3", ""},
+        {1153, 0, "main:1: syntax : DO 1", "DO 2;\nDO 3"},
+        {2006, 0, "main:1: syntax : DO 1", ""},
+        {2013, 1, "main:2: syntax : DO 2 (it may have run, and so may the statements up to main:3)",
+         ""},
+    };
+    write("main", "DO 1;\nDO 2;\nDO 3");
+    for (const auto& [number, answers, told, next] : failures) {
+        client.errorNumber = number;
+        client.error = "syntax";
+        client.answers = answers;
+        client.statements = {true, false};
+        Script failing(path, connection);
+        try {
+            failing.step();
+            ADD_FAILURE() << told;
+        } catch (const DatabaseException& e) {
+            EXPECT_EQ(placeless(e.fileName() + ':' + std::to_string(e.lineNumber()) + ": " +
+                                e.stringParameter()),
+                      told);
+        }
+        client.calls.clear();
+        failing.execute();
+        EXPECT_EQ(sent(0), next);
+        EXPECT_EQ(failing.get_error_number(), number);
+    }
+    std::string characters;
+    for (int i = 0; i < 201; ++i) {
+        characters += "\xc3\xa9";
+    }
+    write("main", characters);
+    client.statements = {true, false};
+    EXPECT_NE(failureOf([&] {
+                  Script(path, connection).execute();
+              }).find(" : " + characters.substr(2) + " ..."),
+              std::string::npos);
+    write("main", std::string("a;b\0;c", 6));
+    EXPECT_NE(failureOf([&] { Script(path, connection).execute(); }).find("a NUL byte"),
+              std::string::npos);
+}
+
+} // namespace
