@@ -1,0 +1,73 @@
+# The Debian packages, which `./dev package` makes with the preset "package": one for each component.
+set(CPACK_GENERATOR DEB)
+set(CPACK_PACKAGE_NAME kestrodb)
+set(CPACK_PACKAGE_CONTACT "The KestroDB maintainers <maintainers@kestrodb.example>")
+set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
+set(CPACK_STRIP_FILES ON)
+set(CPACK_COMPONENTS_ALL runtime tools development)
+set(CPACK_DEB_COMPONENT_INSTALL ON)
+set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+set(CPACK_DEBIAN_PACKAGE_RELEASE 1)
+set(version ${PROJECT_VERSION}-${CPACK_DEBIAN_PACKAGE_RELEASE})
+set(library libkestrodb${KESTRO_SOVERSION})
+
+# kestro_package(COMPONENT NAME SECTION MULTI_ARCH DEPENDS DESCRIPTION)
+function(kestro_package component name section multi_arch depends description)
+  string(TOUPPER CPACK_DEBIAN_${component} prefix)
+  set(${prefix}_PACKAGE_NAME ${name} PARENT_SCOPE)
+  set(${prefix}_PACKAGE_SECTION ${section} PARENT_SCOPE)
+  set(${prefix}_PACKAGE_MULTIARCH ${multi_arch} PARENT_SCOPE)
+  set(${prefix}_PACKAGE_DEPENDS ${depends} PARENT_SCOPE)
+  set(${prefix}_DESCRIPTION ${description} PARENT_SCOPE)
+
+  # What only a Debian package needs is left out of other installations.
+  set(documentation ${CMAKE_INSTALL_DATADIR}/doc/${name})
+  install(FILES COPYRIGHT RENAME copyright
+    DESTINATION ${documentation} COMPONENT ${component} EXCLUDE_FROM_ALL)
+  install(FILES ${PROJECT_BINARY_DIR}/changelog.Debian.gz
+    DESTINATION ${documentation} COMPONENT ${component} EXCLUDE_FROM_ALL)
+  if(EXISTS ${PROJECT_SOURCE_DIR}/cmake/debian/${component}.lintian-overrides)
+    install(FILES cmake/debian/${component}.lintian-overrides RENAME ${name}
+      DESTINATION ${CMAKE_INSTALL_DATADIR}/lintian/overrides
+      COMPONENT ${component} EXCLUDE_FROM_ALL)
+  endif()
+endfunction()
+
+kestro_package(runtime ${library} libs same "" "records and queries for a local MariaDB server
+ KestroDB is the C++ library through which programs reach the MySQL-compatible
+ server of their own machine: records that fetch and save themselves, statements
+ that are output streams, scripts, bulk loads and pools of connections.
+ .
+ This package contains the shared libraries.")
+kestro_package(tools kestrodb-tools database foreign "${library} (>= ${PROJECT_VERSION})"
+  "programs for a local MariaDB server, from KestroDB
+ kestro-doctor checks what a program on the KestroDB library meets on this
+ machine's server, and says how to put right what is wrong. kestro-record writes
+ a C++ record class for a table that exists.")
+kestro_package(development libkestrodb-dev libdevel same "${library} (= ${version})"
+  "records and queries for a local MariaDB server (development files)
+ KestroDB is the C++ library through which programs reach the MySQL-compatible
+ server of their own machine.
+ .
+ This package contains the headers, the CMake package, the pkg-config file, the
+ documentation and examples.")
+
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_SHLIBDEPS ON)
+set(CPACK_DEBIAN_TOOLS_PACKAGE_SHLIBDEPS ON)
+# The libraries and programs need libraries of this build, which no installed package has yet.
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${CMAKE_LIBRARY_OUTPUT_DIRECTORY})
+set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
+set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS_POLICY ">=")
+
+# CHANGELOG.md in Debian's form.
+find_program(PERL perl)
+if(PERL)
+  set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS CHANGELOG.md)
+  execute_process(
+    COMMAND ${PERL} cmake/debian/changelog.pl ${CPACK_DEBIAN_PACKAGE_RELEASE} ${CPACK_PACKAGE_CONTACT}
+    COMMAND gzip -9n
+    WORKING_DIRECTORY ${PROJECT_SOURCE_DIR}
+    INPUT_FILE CHANGELOG.md OUTPUT_FILE ${PROJECT_BINARY_DIR}/changelog.Debian.gz
+    COMMAND_ERROR_IS_FATAL ANY)
+endif()
+include(CPack)
