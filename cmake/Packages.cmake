@@ -11,7 +11,8 @@ set(CPACK_DEBIAN_PACKAGE_RELEASE 1)
 set(version ${PROJECT_VERSION}-${CPACK_DEBIAN_PACKAGE_RELEASE})
 set(library libkestrodb${KESTRO_SOVERSION})
 
-# kestro_package(COMPONENT NAME SECTION MULTI_ARCH DEPENDS DESCRIPTION)
+# kestro_package(COMPONENT NAME SECTION MULTI_ARCH DEPENDS DESCRIPTION); the first line of DESCRIPTION
+# is the summary.
 function(kestro_package component name section multi_arch depends description)
   string(TOUPPER CPACK_DEBIAN_${component} prefix)
   set(${prefix}_PACKAGE_NAME ${name} PARENT_SCOPE)
@@ -19,38 +20,36 @@ function(kestro_package component name section multi_arch depends description)
   set(${prefix}_PACKAGE_MULTIARCH ${multi_arch} PARENT_SCOPE)
   set(${prefix}_PACKAGE_DEPENDS ${depends} PARENT_SCOPE)
   set(${prefix}_DESCRIPTION ${description} PARENT_SCOPE)
-
-  # What only a Debian package needs is left out of other installations.
-  set(documentation ${CMAKE_INSTALL_DATADIR}/doc/${name})
+  # Only Debian packages need these; `cmake --install` leaves them out.
   install(FILES COPYRIGHT RENAME copyright
-    DESTINATION ${documentation} COMPONENT ${component} EXCLUDE_FROM_ALL)
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/${name} COMPONENT ${component} EXCLUDE_FROM_ALL)
   install(FILES ${PROJECT_BINARY_DIR}/changelog.Debian.gz
-    DESTINATION ${documentation} COMPONENT ${component} EXCLUDE_FROM_ALL)
-  if(EXISTS ${PROJECT_SOURCE_DIR}/cmake/debian/${component}.lintian-overrides)
-    install(FILES cmake/debian/${component}.lintian-overrides RENAME ${name}
-      DESTINATION ${CMAKE_INSTALL_DATADIR}/lintian/overrides
-      COMPONENT ${component} EXCLUDE_FROM_ALL)
-  endif()
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/${name} COMPONENT ${component} EXCLUDE_FROM_ALL)
 endfunction()
 
-kestro_package(runtime ${library} libs same "" "records and queries for a local MariaDB server
- KestroDB is the C++ library through which programs reach the MySQL-compatible
- server of their own machine: records that fetch and save themselves, statements
- that are output streams, scripts, bulk loads and pools of connections.
- .
- This package contains the shared libraries.")
-kestro_package(tools kestrodb-tools database foreign "${library} (>= ${PROJECT_VERSION})"
-  "programs for a local MariaDB server, from KestroDB
- kestro-doctor checks what a program on the KestroDB library meets on this
- machine's server, and says how to put right what is wrong. kestro-record writes
- a C++ record class for a table that exists.")
+# Not empty, it would be the summary of each.
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "")
+kestro_package(runtime ${library} libs same ""
+  "records and queries for a local MariaDB server
+KestroDB is the C++ library through which programs reach the MySQL-compatible
+server of their own machine: records that fetch and save themselves, statements
+that are output streams, scripts, bulk loads and pools of connections.
+
+This package contains the shared libraries.")
+kestro_package(tools kestrodb-tools database foreign "${library} (>= ${version})"
+  "programs for users of a local MariaDB server
+The programs of KestroDB, a C++ library for the MySQL-compatible server of the
+same machine. kestro-doctor checks what a program on the library meets on this
+machine, and says how to put right what is wrong. kestro-record writes a C++
+record class for a table.")
 kestro_package(development libkestrodb-dev libdevel same "${library} (= ${version})"
   "records and queries for a local MariaDB server (development files)
- KestroDB is the C++ library through which programs reach the MySQL-compatible
- server of their own machine.
- .
- This package contains the headers, the CMake package, the pkg-config file, the
- documentation and examples.")
+KestroDB is the C++ library through which programs reach the MySQL-compatible
+server of their own machine.
+
+This package contains the headers, the CMake package, the pkg-config file,
+documentation and examples.")
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_EXTRA ${PROJECT_SOURCE_DIR}/cmake/debian/triggers)
 
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_TOOLS_PACKAGE_SHLIBDEPS ON)
