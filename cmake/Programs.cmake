@@ -15,7 +15,7 @@ function(kestro_program name summary)
     add_custom_command(OUTPUT ${name}.1.gz
       # help2man finds the synopsis by "Usage:" and "or:". A shell runs what it is told to run.
       COMMAND ${HELP2MAN} --no-info --name=${summary} --version-string=${PROJECT_VERSION}
-        "--help-option=--help | sed 's/^usage:/Usage:/\;s/^       ${name}/  or:  ${name}/'"
+        "--help-option=--help | sed -e s/^usage:/Usage:/ -e 's/^       ${name}/  or:  ${name}/'"
         --output=${name}.1 $<TARGET_FILE:${name}>
       COMMAND gzip -9nf ${name}.1
       DEPENDS ${name} VERBATIM)
