@@ -5,6 +5,7 @@
 
 #include <ctime>
 #include <unistd.h>
+#include <utility>
 
 namespace Kestro::Database {
 
@@ -13,6 +14,10 @@ namespace {
 // What dbDelete reports as its place, whatever the lines of this file.
 constexpr char DbDeleteFile[] = "Connection";
 constexpr unsigned DbDeleteLine = 152;
+
+constexpr int GoneAway = 2006; // the client interface's number for a link that is closed
+
+constexpr std::size_t LongestText = 1000; // in what(): a screen of it
 
 constexpr unsigned RetryInterval = 3; // seconds between two looks of waitUntilServerReady
 
@@ -23,7 +28,30 @@ DatabaseException::DatabaseException(int intParameter, const std::string& fileNa
     : Exception("DatabaseException", intParameter, fileName, lineNumber)
 {}
 
+DatabaseException::DatabaseException(int intParameter, const std::string& fileName,
+                                     unsigned lineNumber, std::string&& stringParameter,
+                                     int errorNumber)
+    : DatabaseException(intParameter, fileName, lineNumber)
+{
+    m_errorNumber = errorNumber;
+    std::string what = Exception::what();
+    if (errorNumber != 0) {
+        what += ", error " + std::to_string(errorNumber);
+    }
+    what.append(": ").append(stringParameter, 0, LongestText);
+    if (stringParameter.size() > LongestText) {
+        what += "... (" + std::to_string(stringParameter.size()) + " bytes)";
+    }
+    m_what = std::make_shared<const std::string>(std::move(what));
+    this->stringParameter(std::move(stringParameter));
+}
+
 DatabaseException::~DatabaseException() = default;
+
+const char* DatabaseException::what() const noexcept
+{
+    return m_what ? m_what->c_str() : Exception::what();
+}
 
 SocketAddress Connection::s_defaultAddress(IPAddress("127.0.0.1"), 3306);
 
@@ -71,11 +99,10 @@ Connection::~Connection()
 
 void Connection::connect()
 {
+    lose(GoneAway);
     m_handle = db_connect_unix(m_database.c_str());
     if (m_handle == nullptr) {
-        DatabaseException refused;
-        refused.stringParameter(errorMessage());
-        throw refused;
+        throw DatabaseException(0, "", 0, errorMessage(), errorNumber());
     }
     m_state = Connected;
     if (m_multipleStatements) {
@@ -89,6 +116,15 @@ void Connection::disconnect()
         db_disconnect(m_handle);
         m_state = Disconnected;
         m_handle = nullptr;
+        lose(GoneAway);
+    }
+}
+
+void Connection::lose(int errorNumber)
+{
+    if (m_transaction == TransactionState::Open) {
+        m_transaction = TransactionState::Lost;
+        m_lostBy = errorNumber;
     }
 }
 
@@ -111,25 +147,32 @@ std::string Connection::errorMessage() const
 
 std::string Connection::escapeString(const std::string& text) const
 {
+    if (text.empty()) {
+        return {};
+    }
     std::string escaped(2 * text.size() + 1, '\0');
     escaped.resize(static_cast<std::uint32_t>(
         db_escape_string(m_handle, escaped.data(), text.data(), text.size())));
     return escaped;
 }
 
+std::uint32_t Connection::execute(const std::string& statement, RowParser* parser)
+{
+    Query query(*this, parser, true);
+    query << statement;
+    query.execute();
+    return query.affectedRows();
+}
+
 void Connection::dbCreate(const std::string& name)
 {
-    Query query(*this, nullptr, true);
-    query << "Create database " << name << ';';
-    query.execute();
+    execute("Create database " + name + ";");
 }
 
 void Connection::dbDelete(const std::string& name)
 {
     try {
-        Query query(*this, nullptr, true);
-        query << "Drop database " << name << ';';
-        query.execute();
+        execute("Drop database " + name + ";");
     } catch (const Exception& caught) {
         Exception refused("dbDelete", 4, DbDeleteFile, DbDeleteLine);
         refused.cause(caught);

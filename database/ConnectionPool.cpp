@@ -1,6 +1,7 @@
 #include <Kestro/Database/ConnectionPool.h>
 
 #include <algorithm>
+#include <string>
 
 namespace Kestro::Database {
 
@@ -32,6 +33,10 @@ ConnectionPool::Lock::Lock(ConnectionPool& pool, bool checkPool)
     : m_pool(&pool), m_checkPool(checkPool)
 {}
 
+ConnectionPool::Lock::Lock(unsigned waited, ConnectionPool& pool)
+    : m_pool(&pool), m_checkPool(false), m_waited(waited)
+{}
+
 ConnectionPool::Lock::Lock(RefConnection& connection, ConnectionPool& pool, bool checkPool)
     : m_connection(connection), m_pool(&pool), m_checkPool(checkPool)
 {}
@@ -40,9 +45,23 @@ ConnectionPool::Lock& ConnectionPool::Lock::operator=(const Lock& other)
 {
     if (!m_checkPool || *m_pool == *other.m_pool) {
         m_connection = other.m_connection;
+        m_waited = other.m_waited;
     }
     other.m_connection = other.m_pool->m_nullConnection;
     return *this;
+}
+
+Connection& ConnectionPool::Lock::connection() const
+try {
+    return m_connection->connection();
+} catch (Exception& empty) {
+    std::string text = "this loan has no connection";
+    if (m_waited) {
+        text = "the pool had no connection to lend, waited for " +
+               std::to_string(*m_waited / 1000) + " ms";
+    }
+    empty.stringParameter(text);
+    throw;
 }
 
 ConnectionPool::Lock::~Lock()
@@ -72,6 +91,7 @@ ConnectionPool::~ConnectionPool() = default;
 
 ConnectionPool::Lock ConnectionPool::getConnection(bool wait)
 {
+    unsigned waited = 0;
     for (int pass = 0; pass < Passes; ++pass) {
         for (RefConnection& connection : m_connections) {
             if (connection->m_semaphore.trywait()) {
@@ -82,8 +102,9 @@ ConnectionPool::Lock ConnectionPool::getConnection(bool wait)
             break;
         }
         ks_usleep(Pause, 0);
+        waited += Pause;
     }
-    return {m_nullConnection, *this, false};
+    return {waited, *this};
 }
 
 void ConnectionPool::returnConnection(Lock& lock)

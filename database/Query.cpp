@@ -1,13 +1,19 @@
 #include <Kestro/Database/Query.h>
 
+#include "SqlStream.h"
+
 #include <Kestro/Database/QueryFile.h>
 #include <Kestro/Database/QueryLoadData.h>
 #include <Kestro/Database/QueryTableNames.h>
+#include <Kestro/Database/Scalar.h>
 #include <db_client.h>
 
+#include <algorithm>
 #include <fstream>
+#include <iterator>
 #include <locale>
 #include <memory>
+#include <optional>
 #include <string_view>
 #include <utility>
 
@@ -23,6 +29,14 @@ constexpr unsigned NoDatabaseLine = 168;
 constexpr unsigned NoTableLine = 176;
 
 constexpr int UnknownError = 2000; // the client interface's number for a failure without another
+
+// After these failures the server has rolled the whole transaction back: a row changed under a
+// snapshot, no room for locks, a deadlock, a shutdown, and a link that was killed or lost.
+bool endsTransaction(int errorNumber)
+{
+    constexpr int Numbers[] = {1020, 1206, 1213, 1053, 1927, 2006, 2013, 2027};
+    return std::ranges::find(Numbers, errorNumber) != std::end(Numbers);
+}
 
 constexpr std::size_t UsualSize = 500; // of a statement: longer ones grow
 constexpr std::size_t BlockSize = 4096;
@@ -41,18 +55,9 @@ struct FreeResult {
     void operator()(void* result) const { db_free_result(result); }
 };
 
-[[noreturn]] void raise(unsigned line, const std::string& text)
+[[noreturn]] void raise(unsigned line, std::string&& text, int errorNumber = 0)
 {
-    DatabaseException refused(4, File, line);
-    refused.stringParameter(text);
-    throw refused;
-}
-
-void execute(Connection& connection, const std::string& statement)
-{
-    Query query(connection, nullptr, true);
-    query << statement;
-    query.execute();
+    throw DatabaseException(4, File, line, std::move(text), errorNumber);
 }
 
 } // namespace
@@ -64,11 +69,15 @@ Query::Query(Connection& connection, RowParser* parser, bool storeResult)
       m_parser(parser), m_storeResult(storeResult)
 {
     rdbuf(&m_buffer);
-    // SQL's numbers know no grouping, whatever the program's global locale. Setting one costs a
-    // dozen searches among the classes of its facets, so not without need.
-    if (getloc() != std::locale::classic()) {
-        imbue(std::locale::classic());
+#ifdef __GLIBCXX__
+    // A new stream has looked up the facets of the program's global locale. With imbue() all would
+    // be looked up again, a tenth of what a short statement costs, so the one that matters is set.
+    if (getloc() == std::locale::classic()) {
+        _M_num_put = &sqlNumbers();
+        return;
     }
+#endif
+    imbue(sqlLocale());
 }
 
 Query::~Query() = default;
@@ -85,6 +94,9 @@ void Query::execute()
     }
     if (fail()) {
         m_errorMessage = "the statement was not written completely";
+        if (const char* refusal = refusedNumber(*this)) {
+            m_errorMessage.append(": ").append(refusal);
+        }
         m_errorNumber = UnknownError;
         refuse(m_buffer.view());
     }
@@ -105,6 +117,9 @@ void Query::send(std::string_view statement)
         if (failed != 0) {
             m_errorMessage = m_connection.errorMessage();
             m_errorNumber = m_connection.errorNumber();
+            if (endsTransaction(m_errorNumber)) {
+                m_connection.lose(m_errorNumber);
+            }
             refuse(statement);
         }
         if (m_parser != nullptr) {
@@ -121,7 +136,7 @@ void Query::refuse(std::string_view statement) const
     std::string text;
     text.reserve(m_errorMessage.size() + Separator.size() + statement.size());
     text.append(m_errorMessage).append(Separator).append(statement);
-    raise(m_parser != nullptr ? LineWithParser : LineWithoutParser, text);
+    raise(m_parser != nullptr ? LineWithParser : LineWithoutParser, std::move(text), m_errorNumber);
 }
 
 std::uint64_t Query::get_lastid() const
@@ -160,9 +175,26 @@ QueryFile::QueryFile(Connection& connection, const std::string& path) : m_connec
 
 void QueryFile::execute()
 {
+    execute(m_connection);
+}
+
+void QueryFile::executeInOwnSession()
+{
+    // Not the database that the connection was opened on: USE may have left it.
+    const auto database = scalar<std::optional<std::string>>(m_connection, "SELECT DATABASE()");
+    Connection session(m_connection.m_address, database.value_or(""));
+    if (session.enableMultipleStatementsPerQuery() != 0) {
+        throw DatabaseException(4, File, LineWithoutParser, session.errorMessage(),
+                                session.errorNumber());
+    }
+    execute(session);
+}
+
+void QueryFile::execute(Connection& connection) const
+{
     for (const std::string& batch : m_statements) {
         // The text of the query is the batch with one NUL: it is sent from where it is.
-        Query(m_connection, nullptr, true).send({batch.c_str(), batch.size() + 1});
+        Query(connection, nullptr, true).send({batch.c_str(), batch.size() + 1});
     }
 }
 
@@ -175,8 +207,8 @@ QueryLoadData::QueryLoadData(Connection& connection, const std::string& database
     if (!QueryTableExists(connection, table).exists()) {
         raise(NoTableLine, "table not exist");
     }
-    execute(connection, "DELETE FROM " + table + ";");
-    execute(connection, "LOAD DATA INFILE '" + file + "' REPLACE INTO TABLE " + table + ";");
+    connection.execute("DELETE FROM " + table + ";");
+    connection.execute("LOAD DATA INFILE '" + file + "' REPLACE INTO TABLE " + table + ";");
 }
 
 QueryLoadData::~QueryLoadData() = default;

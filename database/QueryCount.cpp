@@ -29,9 +29,7 @@ QueryCount::QueryCount(Connection& connection, const std::string& statement)
 {
     RowContainer container;
     KyRowParser<CountRow> parser(container);
-    Query query(connection, &parser, true);
-    query << statement;
-    query.execute();
+    connection.execute(statement, &parser);
     if (!container.rows().empty()) {
         m_count = static_cast<const CountRow&>(*container.rows().front()).count;
     }

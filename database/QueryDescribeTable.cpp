@@ -33,9 +33,7 @@ QueryDescribeTable::QueryDescribeTable(Connection& connection, const std::string
 {
     RowContainer container;
     KyRowParser<FieldRow> parser(container);
-    Query query(connection, &parser, true);
-    query << "desc " << table << ';';
-    query.execute();
+    connection.execute("desc " + table + ";", &parser);
     std::for_each(container.rows().begin(), container.rows().end(),
                   AdapterFieldRowToFieldContainer(m_fields));
 }

@@ -33,9 +33,7 @@ QueryTableNames::QueryTableNames(Connection& connection)
 {
     RowContainer container;
     KyRowParser<TableNamesRow> parser(container);
-    Query query(connection, &parser, true);
-    query << "show tables;";
-    query.execute();
+    connection.execute("show tables;", &parser);
     std::for_each(container.rows().begin(), container.rows().end(),
                   AdapterTableRowToNameContainer(m_tableNames));
 }
@@ -49,9 +47,7 @@ QueryTableExists::QueryTableExists(Connection& connection, const std::string& ta
 {
     RowContainer container;
     KyRowParser<NoopRowImpl> parser(container);
-    Query query(connection, &parser, true);
-    query << "show tables like '" << table << "';";
-    query.execute();
+    connection.execute("show tables like '" + table + "';", &parser);
     m_exists = !container.rows().empty();
 }
 

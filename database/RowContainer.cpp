@@ -1,13 +1,48 @@
 #include <Kestro/Database/RowContainer.h>
 
+#include <Kestro/Database/Connection.h>
 #include <db_client.h>
 
 #include <malloc.h>
+#include <string>
 #include <utility>
 
 namespace Kestro::Database {
 
+namespace {
+
+constexpr char File[] = "RowContainer";
+constexpr unsigned NoColumnLine = 1;
+constexpr unsigned NoValueLine = 2;
+
+constexpr std::size_t LongestValue = 100; // in an exception: a line of it
+
+} // namespace
+
+void detail::refuseValue(std::optional<std::string_view> value, int column)
+{
+    std::string text = "column " + std::to_string(column) + ": ";
+    if (value) {
+        text.append("no value of the type that is read: \"").append(value->substr(0, LongestValue));
+        text += value->size() > LongestValue ? "\"..." : "\"";
+    } else {
+        text += "NULL, where a value is wanted";
+    }
+    throw DatabaseException(4, File, NoValueLine, std::move(text), 0);
+}
+
 RowImpl::~RowImpl() = default;
+
+void RowImpl::requireColumn(void* connection, void* result, int index)
+{
+    const int columns = db_result_fields_num(connection, result);
+    if (index < 0 || index >= columns) {
+        throw DatabaseException(4, File, NoColumnLine,
+                                "there is no column " + std::to_string(index) +
+                                    ", the result has " + std::to_string(columns),
+                                0);
+    }
+}
 
 NoopRowImpl::~NoopRowImpl() = default;
 

@@ -1,5 +1,6 @@
 #include <Kestro/TableMap/KYDatabase.h>
 
+#include <Kestro/TableMap/KYDBTransaction.h>
 #include <basepp/dbg.h>
 
 namespace Kestro {
@@ -31,15 +32,22 @@ void KYDBDatabase::selectDB(const std::string& database)
     }
 }
 
+// The connection, which is reopened if it was closed. The caller has the lock.
+Database::Connection& KYDBDatabase::opened()
+{
+    if (m_connection.state() != Database::Connection::Connected) {
+        m_connection.connect();
+    }
+    return m_connection;
+}
+
 int KYDBDatabase::Query_real(Database::Query& query)
 {
     std::string failure;
     {
         const Synchronized lock(m_mutex);
         try {
-            if (m_connection.state() != Database::Connection::Connected) {
-                m_connection.connect();
-            }
+            opened();
             query.execute();
             return 0;
         } catch (const Exception& e) {
@@ -77,5 +85,11 @@ std::string KYDBDatabase::get_error_message() const
     const Synchronized lock(m_mutex);
     return m_errorMessage;
 }
+
+KYDBTransaction::KYDBTransaction(KYDBDatabase& database)
+    : m_lock(database.m_mutex), m_transaction(database.opened())
+{}
+
+KYDBTransaction::~KYDBTransaction() = default;
 
 } // namespace Kestro

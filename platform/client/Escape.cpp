@@ -1,7 +1,7 @@
 #include <db_client.h>
 
-#include <algorithm>
 #include <array>
+#include <bit>
 #include <climits>
 #include <cstddef>
 #include <cstdint>
@@ -29,16 +29,18 @@ constexpr auto Escapes = [] {
 using Block [[gnu::vector_size(16)]] = unsigned char;
 constexpr std::ptrdiff_t BlockSize = sizeof(Block);
 
-// Whether none of the bytes is to be escaped, as far as a few comparisons tell: all five that are
-// no printing characters are below a blank.
-bool isClean(const char* text)
+// How many bytes of a block need no escape, counted up to the first that may. All five special
+// bytes that do not print are below a blank: one comparison finds them, and a few that stay.
+std::ptrdiff_t cleanBytes(const char* text)
 {
     Block bytes;
     std::memcpy(&bytes, text, sizeof bytes);
     const Block found = (bytes < ' ') | (bytes == '"') | (bytes == '\'') | (bytes == '\\');
-    std::array<std::uint64_t, 2> any;
-    std::memcpy(&any, &found, sizeof any);
-    return (any[0] | any[1]) == 0;
+    std::array<std::uint64_t, 2> halves;
+    std::memcpy(&halves, &found, sizeof halves);
+    const int bits =
+        halves[0] != 0 ? std::countr_zero(halves[0]) : 64 + std::countr_zero(halves[1]);
+    return bits / CHAR_BIT;
 }
 
 } // namespace
@@ -49,20 +51,31 @@ unsigned long db_escape_string(void* /*handle*/, char* target, const char* sourc
     char* out = target;
     const char* in = source;
     const char* const end = source + length;
-    while (in != end) {
-        // Most texts have little to escape.
-        while (end - in >= BlockSize && isClean(in)) {
-            std::memcpy(out, in, BlockSize);
-            in += BlockSize;
-            out += BlockSize;
+    const auto copyByte = [&out, &in] {
+        if (const char escape = Escapes[static_cast<unsigned char>(*in)]) {
+            *out++ = '\\';
+            *out++ = escape;
+        } else {
+            *out++ = *in;
         }
-        for (const char* const stop = in + std::min(end - in, BlockSize); in != stop; ++in) {
-            if (const char escape = Escapes[static_cast<unsigned char>(*in)]) {
-                *out++ = '\\';
-                *out++ = escape;
-            } else {
-                *out++ = *in;
-            }
+        ++in;
+    };
+    while (end - in >= BlockSize) {
+        const std::ptrdiff_t clean = cleanBytes(in);
+        std::memcpy(out, in, BlockSize); // what is too much is written over
+        in += clean;
+        out += clean;
+        if (clean != BlockSize) {
+            copyByte();
+        }
+    }
+    // If the last block is clean, what was copied of it lies right in front of `out`.
+    if (length >= BlockSize && cleanBytes(end - BlockSize) == BlockSize) {
+        out += end - in;
+        std::memcpy(out - BlockSize, end - BlockSize, BlockSize);
+    } else {
+        while (in != end) {
+            copyByte();
         }
     }
     *out = '\0';

@@ -89,7 +89,9 @@ void Rows::startChunk(std::size_t size)
 
 bool Rows::append(const unsigned char* packet, std::size_t size)
 {
-    char* const row = room(1 + m_columns + size);
+    // Enough for a wide row, too: a second chunk for the same row would leave the first one empty,
+    // and follow() goes one chunk further, not two.
+    char* const row = room(1 + m_columns * sizeof WideNull + size);
     // As it comes, each value follows its length: this becomes the NUL of the value before. The
     // first one is where the last length will be.
     auto* const lengths = reinterpret_cast<unsigned char*>(row + 1);
@@ -102,7 +104,7 @@ bool Rows::append(const unsigned char* packet, std::size_t size)
         *out = length;
         if (length >= NarrowNull) [[unlikely]] {
             if (length > NarrowNull) {
-                return appendWide(packet, size);
+                return appendWide(row, packet, size);
             }
             length = 0;
         }
@@ -123,9 +125,8 @@ bool Rows::append(const unsigned char* packet, std::size_t size)
     return true;
 }
 
-[[gnu::noinline]] bool Rows::appendWide(const unsigned char* packet, std::size_t size)
+[[gnu::noinline]] bool Rows::appendWide(char* row, const unsigned char* packet, std::size_t size)
 {
-    char* const row = room(1 + m_columns * sizeof WideNull + size + m_columns);
     char* lengths = row + 1;
     char* values = lengths + m_columns * sizeof WideNull;
     Fields fields(packet, size);

@@ -42,7 +42,7 @@ private:
     char* room(std::size_t size);
     void startChunk(std::size_t size);
     void added(const char* row, char* next);
-    bool appendWide(const unsigned char* packet, std::size_t size);
+    bool appendWide(char* row, const unsigned char* packet, std::size_t size);
     const char* readWide(const char* row, Cell* cells) const;
     static const char* follow(const char* row);
 

@@ -125,27 +125,28 @@ bool Wire::sendBoth(std::string_view head, std::string_view text) const
     return true;
 }
 
-// Its parts are moved together.
+// The parts of a long packet are moved together.
 unsigned char* Wire::receiveSlowly(std::size_t& size)
 {
     size = 0;
-    for (;;) {
-        if (!fill(HeadSize + size + HeadSize * (size != 0))) {
+    for (std::size_t head = 0;; head = HeadSize + size) { // where a part begins
+        if (!fill(head + HeadSize)) {
             return nullptr;
         }
-        unsigned char* head = m_buffer.get() + m_begin + (size != 0 ? HeadSize + size : 0);
-        std::size_t part = Fields(head, 3).fixed(3);
-        if (head[3] != m_number) {
+        std::uint32_t lengthAndNumber;
+        std::memcpy(&lengthAndNumber, m_buffer.get() + m_begin + head, HeadSize);
+        if (lengthAndNumber >> 24 != m_number) {
             m_fault = "a packet is out of turn";
             return nullptr;
         }
-        if (!fill(HeadSize + size + HeadSize * (size != 0) + part)) {
+        const std::size_t part = lengthAndNumber & LongPacket;
+        if (!fill(head + HeadSize + part)) {
             return nullptr;
         }
-        if (size != 0) {
-            head = m_buffer.get() + m_begin + HeadSize + size;
-            std::memmove(head, head + HeadSize, m_end - (m_begin + HeadSize + size + HeadSize));
+        if (head != 0) {
+            unsigned char* const to = m_buffer.get() + m_begin + head;
             m_end -= HeadSize;
+            std::memmove(to, to + HeadSize, m_end - (m_begin + head));
         }
         size += part;
         if (part < LongPacket) {
@@ -155,19 +156,19 @@ unsigned char* Wire::receiveSlowly(std::size_t& size)
     }
 }
 
-// Has this many bytes received and not taken.
+// Reads until this many bytes are received and not taken.
 bool Wire::fill(std::size_t size)
 {
-    // Not in a blocking recv(), which would be woken once more, when the server reads the command.
-    if (!m_answered && !awaitInput()) {
-        return false;
-    }
-    m_answered = true;
-    if (m_begin == m_end) {
-        m_begin = m_end = 0;
-    }
     while (m_end - m_begin < size) {
-        if (m_end == m_capacity) {
+        // Not in a blocking recv(), which would be woken once more, when the server reads the
+        // command.
+        if (!m_answered && !awaitInput()) {
+            return false;
+        }
+        m_answered = true;
+        if (m_begin == m_end) {
+            m_begin = m_end = 0;
+        } else if (m_end == m_capacity) {
             makeRoom();
         }
         const ssize_t got =

@@ -1,13 +1,22 @@
 #include <Kestro/Exception.h>
 
+#include <mutex>
+#include <utility>
+
 namespace Kestro {
+
+// Several threads may ask for it at once.
+struct ExceptionRecord::Description {
+    std::once_flag once;
+    std::string text;
+};
 
 ExceptionRecord::ExceptionRecord(const std::string& message, int intParameter,
                                  const std::string& fileName, unsigned lineNumber)
     : m_message(message), m_intParameter(intParameter), m_fileName(fileName),
       m_lineNumber(lineNumber), m_stringParameter(std::make_shared<const std::string>())
 {
-    describe();
+    changed();
 }
 
 ExceptionRecord::~ExceptionRecord() = default;
@@ -19,8 +28,13 @@ const std::string& ExceptionRecord::stringParameter() const
 
 void ExceptionRecord::stringParameter(const std::string& text)
 {
-    m_stringParameter = std::make_shared<const std::string>(text);
-    describe();
+    stringParameter(std::string(text));
+}
+
+void ExceptionRecord::stringParameter(std::string&& text)
+{
+    m_stringParameter = std::make_shared<const std::string>(std::move(text));
+    changed();
 }
 
 int ExceptionRecord::intParameter() const
@@ -31,7 +45,7 @@ int ExceptionRecord::intParameter() const
 void ExceptionRecord::intParameter(int value)
 {
     m_intParameter = value;
-    describe();
+    changed();
 }
 
 const std::string& ExceptionRecord::fileName() const
@@ -42,7 +56,7 @@ const std::string& ExceptionRecord::fileName() const
 void ExceptionRecord::fileName(const std::string& name)
 {
     m_fileName = name;
-    describe();
+    changed();
 }
 
 void ExceptionRecord::fileName(const char* name)
@@ -58,13 +72,13 @@ unsigned ExceptionRecord::lineNumber() const
 void ExceptionRecord::lineNumber(unsigned line)
 {
     m_lineNumber = line;
-    describe();
+    changed();
 }
 
 void ExceptionRecord::cause(const Exception& replaced)
 {
     m_cause = std::make_shared<const Exception>(replaced);
-    describe();
+    changed();
 }
 
 const Exception& ExceptionRecord::cause() const
@@ -80,7 +94,7 @@ bool ExceptionRecord::hasCause() const
     return m_cause != nullptr;
 }
 
-void ExceptionRecord::describe()
+std::string ExceptionRecord::describe() const
 {
     std::string text = m_message + " (" + std::to_string(m_intParameter) + ")";
     if (!m_fileName.empty()) {
@@ -90,9 +104,20 @@ void ExceptionRecord::describe()
         text.append(": ").append(*m_stringParameter);
     }
     if (m_cause) {
-        text += " <- " + m_cause->asString();
+        text.append(" <- ").append(m_cause->asString());
     }
-    m_text = std::make_shared<const std::string>(std::move(text));
+    return text;
+}
+
+void ExceptionRecord::changed()
+{
+    m_description = std::make_shared<Description>();
+}
+
+const std::string& ExceptionRecord::asString() const
+{
+    std::call_once(m_description->once, [this] { m_description->text = describe(); });
+    return m_description->text;
 }
 
 Exception::Exception(const std::string& message, int intParameter, const std::string& fileName,
@@ -103,8 +128,10 @@ Exception::Exception(const std::string& message, int intParameter, const std::st
 Exception::~Exception() = default;
 
 const char* Exception::what() const noexcept
-{
-    return m_text->c_str();
+try {
+    return asString().c_str();
+} catch (...) {
+    return message().c_str();
 }
 
 } // namespace Kestro

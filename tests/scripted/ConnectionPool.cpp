@@ -61,7 +61,8 @@ TEST_F(Pool, AWaitingCallerLooksTwentyTimes)
     const ConnectionPool::Lock none = pool.getConnection(true);
     EXPECT_EQ(pauses, 20);
     EXPECT_EQ(failureOf([&] { none.connection(); }),
-              "operator-> (1) at include2/KestroRefcounted:359");
+              "operator-> (1) at include2/KestroRefcounted:359: "
+              "the pool had no connection to lend, waited for 2000 ms");
     inPause = [&] {
         if (++pauses == 39) {
             holder.reset();

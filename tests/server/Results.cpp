@@ -66,6 +66,24 @@ TEST_F(Results, ValuesKeepEveryByteAndNull)
     }
 }
 
+// Lengths around those that change how a length is sent and where a row is kept.
+TEST_F(Results, ValuesOfEveryLengthAreKept)
+{
+    for (const int length : {250, 251, 4050, 4080, 5000, 40000, 65535, 65536, 262100, 300000}) {
+        const std::string text = "REPEAT('x', " + std::to_string(length) + ")";
+        for (const bool store : {true, false}) {
+            const Handle result = query("SELECT 'a' UNION ALL SELECT " + text +
+                                            " UNION ALL SELECT 'b' UNION ALL SELECT " + text,
+                                        store);
+            EXPECT_EQ(at(result, 0), "a") << length;
+            EXPECT_TRUE(at(result, 1) == std::string(static_cast<std::size_t>(length), 'x'));
+            EXPECT_EQ(at(result, 2), "b") << length;
+            EXPECT_TRUE(at(result, 3) == std::string(static_cast<std::size_t>(length), 'x'));
+            EXPECT_EQ(at(result, 4), "NULL") << length;
+        }
+    }
+}
+
 // A link that is lost after the first rows came is a failure, however the rows are read.
 TEST_F(Results, ALostLinkIsNeverAShortResult)
 {

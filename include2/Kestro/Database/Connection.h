@@ -6,19 +6,38 @@
 #include <KestroRefcounted>
 
 #include <cstdint>
+#include <memory>
 #include <string>
 
 namespace Kestro::Database {
 
-/// The library's own exception: its message is always "DatabaseException".
+class RowParser;
+
+/// The library's own exception: its message is always "DatabaseException", and its string parameter
+/// has the server's text.
 class KESTRO_API DatabaseException : public Exception {
 public:
-    /// The three are told by the operations of the same names.
+    /// The first three are told by the operations of the same names.
     explicit DatabaseException(int intParameter = 0, const std::string& fileName = "",
                                unsigned lineNumber = 0);
+    /// Sets the string parameter and the error number too.
+    DatabaseException(int intParameter, const std::string& fileName, unsigned lineNumber,
+                      std::string&& stringParameter, int errorNumber);
     DatabaseException(const DatabaseException&) = default;
     DatabaseException& operator=(const DatabaseException&) = default;
     ~DatabaseException() override;
+
+    /// The server's error number, such as 1062 for a duplicate key, or the client interface's, from
+    /// 2000 on; 0 if the failure has none.
+    int errorNumber() const { return m_errorNumber; }
+
+    /// The text of asString() with the error number in it, if there is one. A long text, that is a
+    /// long statement, is cut here; the string parameter has all of it.
+    const char* what() const noexcept override;
+
+private:
+    int m_errorNumber = 0;
+    std::shared_ptr<const std::string> m_what; // copies share it
 };
 
 /// One open link to the local server, on one database.
@@ -53,8 +72,9 @@ public:
     /// refused there and gets false. The address is not consulted. Any thread may call it.
     static bool waitUntilServerReady(const SocketAddress& address, unsigned seconds);
 
-    /// Opens the link on the database; "" selects none. The other arguments are kept for callers
-    /// and not used. Throws as told above, and then nothing is left open.
+    /// Opens the link on the database; "" selects none. The second and third string are kept and
+    /// passed to nobody: they are no login, the account is always that of the process. The address
+    /// is not used either. Throws as told above, and then nothing is left open.
     Connection(const std::string& database, const std::string& param2, const std::string& param3,
                const SocketAddress& address);
     Connection(const SocketAddress& address, const std::string& database);
@@ -91,6 +111,11 @@ public:
     /// it.
     std::string escapeString(const std::string& text) const;
 
+    /// Runs a statement and returns the number of rows that it changed or delivered, as
+    /// Query::affectedRows() tells it. The text is sent as it is, and a result goes to the parser if
+    /// there is one. Throws what Query::execute() throws.
+    std::uint32_t execute(const std::string& statement, RowParser* parser = nullptr);
+
     /// Creates or drops a database. The name goes into the statement as it is: quote it where it
     /// needs quoting (`...`), and never pass text from outside. dbCreate throws what Query throws;
     /// dbDelete throws Exception("dbDelete", 4) with the server's text and, as cause, what Query
@@ -109,7 +134,13 @@ public:
 
 private:
     friend class Query;
+    friend class QueryFile;
     friend class ConnectionPool;
+    friend class Transaction;
+
+    /// Of the Transaction that is open on this connection.
+    enum class TransactionState { None, Open, Lost };
+    void lose(int errorNumber);
 
     void* m_handle = nullptr;
     std::string m_database;
@@ -118,6 +149,8 @@ private:
     SocketAddress m_address;
     std::int32_t m_state = Disconnected;
     bool m_multipleStatements = false; // to be allowed on every link
+    TransactionState m_transaction = TransactionState::None;
+    int m_lostBy = 0; // the number of the error that it was lost by
 };
 
 } // namespace Kestro::Database

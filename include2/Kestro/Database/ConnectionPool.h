@@ -8,6 +8,7 @@
 
 #include <cstdint>
 #include <list>
+#include <optional>
 #include <string>
 
 namespace Kestro::Database {
@@ -86,18 +87,23 @@ public:
 
         /// Whether a connection is on loan.
         explicit operator bool() const { return static_cast<bool>(m_connection); }
-        /// The connection. Throws Exception("operator->", 1) if the loan is empty. Not to be used
-        /// after the loan's end.
-        Connection& connection() const { return m_connection->connection(); }
+        /// The connection, not to be used after the loan's end. Throws Exception("operator->", 1)
+        /// if the loan is empty; the string parameter says whether the pool had no connection to
+        /// lend, and how long getConnection() waited for one.
+        Connection& connection() const;
         /// The handle to it, empty if the loan is; reset() takes a copy of it.
         const RefConnection& ref() const { return m_connection; }
 
     private:
         friend class ConnectionPool;
 
+        // An empty loan, after a wait of so many microseconds.
+        Lock(unsigned waited, ConnectionPool& pool);
+
         mutable RefConnection m_connection; // an assignment empties its source
         ConnectionPool* m_pool;
         bool m_checkPool;
+        std::optional<unsigned> m_waited; // microseconds, if the pool had nothing to lend
     };
 
     /// Opens this many connections on the database, 25 at most; 0 opens none. Their ids are 1, 2, 3
@@ -112,8 +118,13 @@ public:
     ~ConnectionPool();
 
     /// Lends the free connection that is first in the pool's order. If none is free, returns an
-    /// empty loan: at once, or with wait after 20 looks with a pause of 0.1 seconds behind each, if
-    /// none became free meanwhile. Those who wait are not served in their order.
+    /// empty loan. With wait it tries 20 times, pausing 0.1 s after each try, before it does so.
+    /// Threads that wait are not served in their order.
+    ///
+    /// The pool does not look at what the last holder left in the session. A transaction that a
+    /// statement began and nobody ended is still open: the next holder's statements would run in
+    /// it. A Transaction ends with its scope, and refuses to begin in such a session. Variables,
+    /// temporary tables and locks stay too; reset() replaces a connection that has some.
     Lock getConnection(bool wait);
 
     /// Marks the lock's connection as free; the lock's destructor calls it. An empty lock, and a

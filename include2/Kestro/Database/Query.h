@@ -30,14 +30,18 @@ public:
 /// it and hands the result to a parser.
 ///
 ///     Query query(connection);
-///     query << "INSERT INTO note (text) VALUES (\"" << connection.escapeString(text) << "\")";
+///     query << "INSERT INTO note (text) VALUES (" << literal(text) << ")"; // Literal.h
 ///     query.execute();
 ///
 /// The text is sent exactly as written, in one call: nothing is escaped, quoted or terminated on
-/// the way. Numbers are written in the classic locale. A Query refers to its connection and parser
-/// and owns neither; both must outlive it. It is meant for one statement: executing leaves the text
-/// and the place to write at as they are, so that what is written afterwards is appended, and
-/// executing again sends it all again.
+/// the way. Numbers are written in the classic locale, and floating-point ones in the shortest form
+/// that reads back as the same value, unless the stream is told otherwise (std::fixed, or a
+/// precision other than 6); a float is written as the double that it is. NaN and infinity, which
+/// SQL does not have, make execute() refuse. signed char and unsigned char, and so std::int8_t and
+/// std::uint8_t, are characters to a stream: literal() writes them as numbers. A Query refers to
+/// its connection and parser and owns neither; both must outlive it. It is meant for one statement:
+/// executing leaves the text and the place to write at as they are, so that what is written
+/// afterwards is appended, and executing again sends it all again.
 ///
 /// The buffer, rdbuf(), is a std::stringbuf for reading and writing: tellp() and seekp() work, what
 /// is written over a place replaces what stood there, and a std::istream on the buffer reads the
@@ -68,9 +72,9 @@ public:
     /// If the statement is refused, throws DatabaseException: int parameter 4, file "Query", line
     /// 75 with a parser and 88 without, and as string parameter the server's text, " : " and the
     /// statement. The same exception, before anything is sent, if a write into the stream had
-    /// failed and the text is incomplete. What the parser throws passes through, and so does
-    /// Exception("db_result_fetch_row", 4), with the server's text, if the link is lost while rows
-    /// are streamed.
+    /// failed and the text is incomplete; a number that SQL does not have is named. What the parser
+    /// throws passes through, and so does Exception("db_result_fetch_row", 4), with the server's
+    /// text, if the link is lost while rows are streamed.
     void execute();
 
     /// Number and text of this query's last refused execute(), 0 and "" before one; a success does
@@ -79,7 +83,9 @@ public:
     std::string get_error_message() const { return m_errorMessage; }
 
     /// The id that the most recent insert on the connection generated, whichever query ran it; 0 if
-    /// none did.
+    /// none did. Statements that generate none leave it, an INSERT IGNORE that inserted nothing
+    /// too, so look at affectedRows() first. Of several rows that one statement inserted it is the
+    /// first one's.
     std::uint64_t get_lastid() const;
 
     /// Rows changed, or delivered, by the last execute() that succeeded: the low 32 bits. 0 before.

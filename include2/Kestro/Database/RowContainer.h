@@ -2,6 +2,7 @@
 
 #include <Kestro/Api.h>
 #include <Kestro/Database/Query.h>
+#include <Kestro/Database/ValueText.h>
 #include <Kestro/Storage.h>
 #include <KestroRefcounted>
 #include <db_client.h>
@@ -16,9 +17,11 @@
 ///
 ///     struct City : RowImpl {
 ///         std::string name;
+///         std::optional<std::int64_t> people;
 ///         bool parse(void* connection, void* result, void* row) override
 ///         {
-///             name = column(connection, result, row, 0).value_or("");
+///             name = column<std::string>(connection, result, row, 0);
+///             people = column<std::optional<std::int64_t>>(connection, result, row, 1);
 ///             return true;
 ///         }
 ///     };
@@ -26,15 +29,40 @@
 ///     RowContainer cities;
 ///     KyRowParser<City> parser(cities);
 ///     Query query(connection, &parser);
-///     query << "SELECT name FROM city";
+///     query << "SELECT name, people FROM city";
 ///     query.execute();
-///     for (const Ref<RowImpl>& row : cities.rows()) {
-///         std::cout << static_cast<City&>(*row).name << '\n';
+///     for (const City& city : rows<City>(cities)) { // TypedRows.h
+///         std::cout << city.name << '\n';
 ///     }
 ///
 /// Threads: rows and containers may be released on any thread; reading and filling them belongs to
 /// one thread at a time, a container counting together with its copies.
 namespace Kestro::Database {
+
+namespace detail {
+
+[[noreturn]] KESTRO_API void refuseValue(std::optional<std::string_view> value, int column);
+
+// What a column's value is for column<T>() and scalar<T>().
+template <class T> struct ColumnValue {
+    static T of(std::optional<std::string_view> value, int column)
+    {
+        T read{};
+        if (!value || !ValueText<T>::parse(*value, read)) {
+            refuseValue(value, column);
+        }
+        return read;
+    }
+};
+
+template <class T> struct ColumnValue<std::optional<T>> {
+    static std::optional<T> of(std::optional<std::string_view> value, int column)
+    {
+        return value ? std::optional<T>(ColumnValue<T>::of(value, column)) : std::nullopt;
+    }
+};
+
+} // namespace detail
 
 /// A row object: reads one row into its own members.
 class KESTRO_API RowImpl : public virtual RefImpl, public Storage, private NonCopyable {
@@ -59,6 +87,22 @@ protected:
         }
         return std::string_view(value, db_result_field_length(result, index));
     }
+
+    /// The same as a T: a type that ValueText.h lists, or a std::optional of one, which is empty
+    /// for NULL. Throws DatabaseException, which names column and value, if the value is NULL and T
+    /// is no std::optional, if it is no T's (out of its range, say), and if there is no such
+    /// column.
+    template <class T> static T column(void* connection, void* result, void* row, int index)
+    {
+        const std::optional<std::string_view> value = column(connection, result, row, index);
+        if (!value) {
+            requireColumn(connection, result, index);
+        }
+        return detail::ColumnValue<T>::of(value, index);
+    }
+
+private:
+    static void requireColumn(void* connection, void* result, int index);
 };
 
 /// A row object that reads nothing, for results of which only the number of rows matters.

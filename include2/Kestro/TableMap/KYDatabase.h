@@ -52,6 +52,9 @@ public:
     std::string get_error_message() const;
 
 private:
+    friend class KYDBTransaction;
+    Database::Connection& opened();
+
     Database::Connection m_connection;
     mutable Mutex m_mutex;
     std::string m_errorMessage;

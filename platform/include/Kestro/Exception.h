@@ -21,6 +21,7 @@ public:
     /// The reference lives until the next change of this object.
     virtual const std::string& stringParameter() const;
     virtual void stringParameter(const std::string& text);
+    void stringParameter(std::string&& text);
 
     /// 0 for a refused connect, 1 for access through an empty handle, 4 for the library's own
     /// failures.
@@ -51,7 +52,9 @@ public:
     /// All of it in one text: message, int parameter, file and line where there are any, string
     /// parameter, then the same of every cause, each once:
     /// `dbDelete (4) at Connection:152: Can't drop ... <- DatabaseException (4) at Query:88: ...`
-    const std::string& asString() const { return *m_text; }
+    /// The first call after a change puts it together, and throws std::bad_alloc if memory runs
+    /// out.
+    const std::string& asString() const;
 
 protected:
     /// What the constructor of Exception was given.
@@ -61,7 +64,10 @@ protected:
     ExceptionRecord& operator=(const ExceptionRecord&) = default;
 
 private:
-    void describe();
+    struct Description;
+
+    std::string describe() const;
+    void changed();
 
     std::string m_message;
     int m_intParameter;
@@ -71,9 +77,8 @@ private:
     // are kept as causes or carried to other threads.
     std::shared_ptr<const std::string> m_stringParameter;
     std::shared_ptr<const Exception> m_cause;
-    // What asString() gives, made anew by every change, so that reading it can neither fail nor
-    // race.
-    std::shared_ptr<const std::string> m_text;
+    // What asString() gives. Copies share it too.
+    std::shared_ptr<Description> m_description;
 
     friend class Exception;
 };
@@ -91,7 +96,8 @@ public:
     Exception& operator=(const Exception&) = default;
     ~Exception() override;
 
-    /// The text of asString(). The pointer lives until the object is changed or destroyed.
+    /// The text of asString(), or the message alone if there is no memory for it. The pointer lives
+    /// until the object is changed or destroyed.
     const char* what() const noexcept override;
 };
 

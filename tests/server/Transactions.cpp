@@ -1,0 +1,159 @@
+#include "Item.h"
+#include "Proxy.h"
+#include "ServerTest.h"
+
+#include <atomic>
+#include <functional>
+#include <thread>
+
+namespace {
+
+using namespace Kestro::Database;
+
+struct Transactions : ServerTest {
+    Connection connection{database};
+
+    Transactions() { execute(connection, "CREATE TABLE t (v INT PRIMARY KEY)"); }
+    void insert(int value) { execute(connection, "INSERT INTO t VALUES (" + literal(value) + ")"); }
+    // What another session sees.
+    std::string rows() { return value("SELECT GROUP_CONCAT(v ORDER BY v) FROM t"); }
+    // The session is killed, and has ended.
+    void kill()
+    {
+        const auto id = scalar<std::string>(connection, "SELECT CONNECTION_ID()");
+        run("KILL " + id);
+        while (value("SELECT COUNT(*) FROM information_schema.processlist WHERE id=" + id) != "0") {
+        }
+    }
+};
+
+TEST_F(Transactions, AreRolledBackUnlessCommitted)
+{
+    {
+        Transaction transaction(connection);
+        insert(1);
+        EXPECT_EQ(
+            failureOf([&] { const Transaction second(connection); }),
+            "DatabaseException (4) at Transaction:4: a transaction is open on this connection "
+            "already");
+        EXPECT_THROW(insert(1), DatabaseException); // and the transaction goes on
+        transaction.commit();
+        EXPECT_EQ(failureOf([&] { transaction.commit(); }),
+                  "DatabaseException (4) at Transaction:1: the transaction has ended already");
+    }
+    {
+        const Transaction transaction(connection);
+        insert(2);
+    }
+    {
+        Transaction transaction(connection);
+        insert(3);
+        transaction.rollback();
+        EXPECT_THROW(transaction.rollback(), DatabaseException);
+        insert(4);
+    }
+    EXPECT_EQ(rows(), "1,4");
+    execute(connection, "BEGIN");
+    insert(5);
+    EXPECT_EQ(failureOf([&] { const Transaction second(connection); }),
+              "DatabaseException (4) at Transaction:4: the session is in a transaction already, "
+              "which a statement began");
+    execute(connection, "COMMIT");
+    EXPECT_EQ(rows(), "1,4,5");
+}
+
+TEST_F(Transactions, AreNotCommittedOnceLost)
+{
+    const std::string lost =
+        "DatabaseException (4) at Transaction:2: the transaction was lost before "
+        "it was committed: nothing of it is saved";
+    const Table<std::string, int, std::function<void()>> rows_ = {
+        {"before the commit", 2006, [&] { kill(); }},
+        {"before a statement", 2006,
+         [&] {
+             kill();
+             EXPECT_THROW(insert(2), DatabaseException);
+             insert(3); // in a session of its own
+         }},
+        {"closed", 2006, [&] { connection.dbSelect(database); }},
+        {"in a deadlock", 1213, [&] {
+             run("BEGIN");
+             run("INSERT INTO t VALUES (10),(11),(12)"); // the weightier of the two
+             ASSERT_EQ(db_query(link.get(), "SET innodb_lock_wait_timeout=100", nullptr), 0);
+             std::jthread other([&] { run("SELECT * FROM t WHERE v=1 FOR UPDATE"); });
+             Connection watcher("");
+             while (QueryCount(watcher, "SELECT COUNT(*) FROM information_schema.innodb_trx WHERE "
+                                        "trx_state='LOCK WAIT'")
+                        .count() == 0) {
+             }
+             EXPECT_THROW(insert(10), DatabaseException);
+             other.join();
+             run("ROLLBACK");
+         }}};
+    for (const auto& [name, number, lose] : rows_) {
+        SCOPED_TRACE(name);
+        Transaction transaction(connection);
+        insert(1);
+        lose();
+        try {
+            transaction.commit();
+            ADD_FAILURE() << "committed";
+        } catch (const DatabaseException& e) {
+            EXPECT_EQ(e.asString(), lost);
+            EXPECT_EQ(e.errorNumber(), number);
+        }
+    }
+    EXPECT_EQ(rows(), "3");
+    Transaction again(connection);
+    insert(7);
+    again.commit();
+    EXPECT_EQ(rows(), "3,7");
+}
+
+TEST_F(Transactions, AreInDoubtWhenTheCommitHasNoAnswer)
+{
+    Proxy proxy;
+    Connection through(database);
+    Transaction transaction(through);
+    execute(through, "INSERT INTO t VALUES (1)");
+    proxy.left = 0;
+    try {
+        transaction.commit();
+        ADD_FAILURE() << "committed";
+    } catch (const DatabaseException& e) {
+        EXPECT_EQ(e.errorNumber(), 2013);
+        EXPECT_EQ(e.lineNumber(), 3U);
+    }
+    EXPECT_EQ(rows(), "1");
+}
+
+TEST_F(Transactions, OfASharedHandleAreNoOtherThreads)
+{
+    Kestro::KYDBDatabase handle;
+    handle.selectDB(database);
+    std::atomic<int> begun{0};
+    std::jthread other([&] {
+        for (int i = 1; i <= 50; ++i) {
+            while (begun < i) {
+            }
+            EXPECT_EQ(handle.Query("INSERT INTO t VALUES (" + literal(i) + ")", nullptr), 0);
+        }
+    });
+    for (int i = 1; i <= 50; ++i) {
+        Kestro::KYDBTransaction transaction(handle);
+        EXPECT_THROW(const Kestro::KYDBTransaction second(handle), DatabaseException);
+        ++begun;
+        EXPECT_EQ(handle.Query("INSERT INTO t VALUES (" + literal(-i) + ")", nullptr), 0);
+        if (i % 2 == 0) {
+            transaction.commit();
+        }
+    }
+    other.join();
+    EXPECT_EQ(value("SELECT CONCAT(SUM(v > 0), ' ', SUM(v < 0)) FROM t"), "50 25");
+    // Also after the connection was closed.
+    handle.DBConnection().disconnect();
+    Kestro::KYDBTransaction transaction(handle);
+    transaction.rollback();
+}
+
+} // namespace

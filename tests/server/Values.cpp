@@ -1,0 +1,179 @@
+#include "Item.h"
+#include "ServerTest.h"
+
+#include <cmath>
+#include <fstream>
+#include <gmock/gmock.h>
+#include <iomanip>
+#include <limits>
+
+namespace {
+
+using namespace Kestro::Database;
+using namespace std::chrono;
+
+struct Values : ServerTest {
+    Connection connection{database};
+};
+
+// Through a literal into a column of the type, and back.
+template <class T> void expectBack(Connection& connection, const std::string& type, const T& value)
+{
+    const std::string text = literal(value);
+    execute(connection, "CREATE OR REPLACE TABLE t (v " + type + ")");
+    execute(connection, "INSERT INTO t VALUES (" + text + ")");
+    EXPECT_TRUE(scalar<T>(connection, "SELECT v FROM t") == value) << type << text.substr(0, 400);
+}
+
+TEST_F(Values, ComeBackAsTheyWereWritten)
+{
+    using Float = std::numeric_limits<double>;
+    for (const double value : {0.1, 1234567.89, -2.5, 1e15, 1e23, 9223372036854775808.0, 5e-324,
+                               Float::max(), Float::lowest(), 1 / 3.0}) {
+        expectBack(connection, "DOUBLE", value);
+        // And through a stream of whatever locale.
+        Query query(connection);
+        static_cast<std::ostream&>(query) << "UPDATE t SET v=" << value;
+        query.execute();
+        EXPECT_EQ(scalar<double>(connection, "SELECT v FROM t"), value) << query.sql();
+    }
+    expectBack(connection, "DECIMAL(9,2)", 1234567.89);
+    expectBack(connection, "FLOAT", 0.1F);
+    expectBack(connection, "TINYINT", std::int8_t{-128});
+    expectBack(connection, "TINYINT UNSIGNED", std::uint8_t{255});
+    expectBack(connection, "BIGINT", std::numeric_limits<std::int64_t>::min());
+    expectBack(connection, "BIGINT UNSIGNED", std::numeric_limits<std::uint64_t>::max());
+    expectBack(connection, "BIT(1)", true);
+    expectBack(connection, "BOOL", false);
+    expectBack(connection, "LONGBLOB", everyByte() + std::string(70'000, '"'));
+    expectBack(connection, "TEXT", std::string());
+    expectBack(connection, "TEXT", std::optional<std::string>("\\N"));
+    expectBack(connection, "TEXT", std::optional<std::string>());
+    expectBack(connection, "DATE", 2024y / February / 29);
+    expectBack(connection, "DATE", sys_days(9999y / December / 31));
+    expectBack(connection, "DATETIME", sys_seconds(-1s));
+    expectBack(connection, "DATETIME(6)", sys_time<microseconds>(1'700'000'000'000'001us));
+    expectBack(connection, "TIME(6)", microseconds(-838h - 59min - 59s));
+    EXPECT_EQ(literal(static_cast<const char*>(nullptr)) + literal(nullptr), "NULLNULL");
+}
+
+TEST_F(Values, NamesAreQuoted)
+{
+    for (const std::string name : {"a b", "`", "order", "ä.1", "a\"'\\"}) {
+        execute(connection, "CREATE TABLE " + identifier(database) + "." + identifier(name) + " (" +
+                                identifier(name) + " INT)");
+        EXPECT_EQ(QueryTableNames(connection).names().count(name), 1U) << name;
+    }
+}
+
+TEST_F(Values, WhatDoesNotFitIsRefusedByName)
+{
+    const auto read = [this]<class T>(T /*as*/, const std::string& expression) {
+        return failureOf([&] { scalar<T>(connection, "SELECT " + expression); });
+    };
+    const std::string number = "DatabaseException (4) at RowContainer:2: column 0: ";
+    const std::string no = number + "no value of the type that is read: \"";
+    const Table<std::string, std::string> rows = {
+        {read(std::int8_t{}, "128"), no + "128\""},
+        {read(0U, "-1"), no + "-1\""},
+        {read(0, "'12 '"), no + "12 \""},
+        {read(0, "1.0"), no + "1.0\""},
+        {read(0, "NULL"), number + "NULL, where a value is wanted"},
+        {read(0.0, "'nan'"), no + "nan\""},
+        {read(0.0F, "1e39"), no + "1e39\""},
+        {read(true, "2"), no + "2\""},
+        {read(std::optional<int>(), "REPEAT('9',101)"), no + std::string(100, '9') + "\"..."},
+        {read(sys_days(), "TIMESTAMP'2024-01-31 00:00:01'"), no + "2024-01-31 00:00:01\""},
+        {read(sys_seconds(), "TIMESTAMP'2024-01-31 00:00:00.5'"), no + "2024-01-31 00:00:00.5\""},
+        {read(sys_time<nanoseconds>(), "DATE'2263-01-01'"), no + "2263-01-01\""},
+        {read(year_month_day(), "'0000-00-00'"), no + "0000-00-00\""},
+        {read(hours(), "'00:30:00'"), no + "00:30:00\""},
+        {read(0, "1 FROM DUAL WHERE FALSE"),
+         "DatabaseException (4) at Scalar:1: there is no row : SELECT 1 FROM DUAL WHERE FALSE"},
+        {failureOf([] { literal(std::nan("")); }), "SQL has no NaN (4) at ValueText:1"},
+        {failureOf([] { literal(-HUGE_VALF); }), "SQL has no infinity (4) at ValueText:1"},
+        {failureOf([] { literal(2023y / 2 / 29); }), "SQL has no such date (4) at ValueText:2"},
+        {failureOf([] { literal(sys_days(10000y / 1 / 1)); }),
+         "SQL has no such date (4) at ValueText:2"},
+        {failureOf([] { identifier(""); }), "an identifier is not empty (4) at Literal:1"},
+        {failureOf([] {
+             identifier({"a\0b", 3});
+         }),
+         "an identifier has no NUL (4) at Literal:1"}};
+    for (const auto& [failure, expected] : rows) {
+        EXPECT_EQ(failure, expected);
+    }
+    Query query(connection);
+    query << "SELECT " << std::nan("") << ", 1";
+    EXPECT_EQ(failureOf([&] { query.execute(); }),
+              "DatabaseException (4) at Query:88: the statement was not written completely: "
+              "SQL has no NaN : SELECT ");
+}
+
+TEST_F(Values, StreamsFollowTheFormatsThatTheyAreTold)
+{
+    Query query(connection);
+    query << std::setw(6) << 1.5 << std::left << std::setw(4) << std::setfill('0') << 2.5
+          << std::fixed << std::setprecision(2) << 0.999 << std::defaultfloat << ' '
+          << std::setprecision(3) << 1234.5 << ' ' << 2.5L;
+    EXPECT_EQ(query.sql(), "   1.52.501.00 1.23e+03 2.5");
+}
+
+TEST_F(Values, RowsAreTyped)
+{
+    struct Row : RowImpl {
+        std::optional<std::uint64_t> number;
+        std::string text;
+        bool parse(void* connection, void* result, void* row) override
+        {
+            number = column<std::optional<std::uint64_t>>(connection, result, row, 0);
+            text = column<std::string>(connection, result, row, 1);
+            EXPECT_THROW(column<std::optional<int>>(connection, result, row, 2), DatabaseException);
+            EXPECT_THROW(column<std::optional<int>>(connection, result, row, -1),
+                         DatabaseException);
+            return true;
+        }
+    };
+    RowContainer container;
+    KyRowParser<Row> parser(container);
+    execute(connection, "SELECT 18446744073709551615, 'a' UNION SELECT NULL, 'b'", &parser);
+    std::string seen;
+    for (const Row& row : rows<Row>(container)) {
+        seen += literal(row.number) + row.text + ' ';
+    }
+    EXPECT_EQ(seen, "18446744073709551615a NULLb ");
+    EXPECT_THROW(*rows<NoopRowImpl>(container).begin(), std::bad_cast);
+}
+
+TEST_F(Values, RefusalsTellTheirNumber)
+{
+    try {
+        execute(connection, "SELECT * FROM nothing" + std::string(2000, ' '));
+        FAIL();
+    } catch (const DatabaseException& e) {
+        EXPECT_EQ(e.errorNumber(), 1146);
+        EXPECT_THAT(e.what(),
+                    testing::StartsWith("DatabaseException (4) at Query:88, error 1146: "));
+        EXPECT_LT(std::string(e.what()).size(), 1100U);
+        EXPECT_GT(e.stringParameter().size(), 2000U);
+    }
+    try {
+        const Connection none("nothing");
+        FAIL();
+    } catch (const DatabaseException& e) {
+        EXPECT_EQ(e.errorNumber(), 1049);
+    }
+}
+
+TEST_F(Values, AScriptInItsOwnSessionLeavesThisOne)
+{
+    const std::string path = testing::TempDir() + "session.sql";
+    std::ofstream(path) << "CREATE TABLE t (v INT);\nSET autocommit=0, foreign_key_checks=0;\n"
+                           "INSERT INTO t VALUES (1);\nCOMMIT;\nUSE mysql;\n";
+    Connection other("");
+    execute(other, "USE " + database);
+    QueryFile(other, path).executeInOwnSession();
+    EXPECT_EQ(scalar<int>(other, "SELECT v+@@autocommit+@@foreign_key_checks FROM t"), 3);
+}
+
+} // namespace
