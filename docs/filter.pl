@@ -12,7 +12,7 @@ if ($file =~ /\.md$/) {
         s/^## ([0-9]+)$/## $1 {#error_$1}/;
         s/\]\(#([0-9]+)\)/](#error_$1)/g;
         # Doxygen links the name of a class, but not in code.
-        s/`(Kestro::[\w:]+)(<T>)?`/$1/g if $file =~ /reference\.md$/;
+        s/`(Kestro::[\w:]+)(<T>)?((?:\(\))?)`/$1$3/g if $file =~ /reference\.md$/;
         print;
     }
     exit;
