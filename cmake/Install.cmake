@@ -32,8 +32,7 @@ configure_file(cmake/kestrodb.pc.in kestrodb.pc @ONLY)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/kestrodb.pc
   DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT development)
 
-# The pages link to each other as they do in the sources.
-install(FILES README.md DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT development)
+# The pages of docs/ link to each other.
 install(DIRECTORY docs DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT development
   FILES_MATCHING PATTERN *.md PATTERN *.svg)
 install(DIRECTORY examples DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT development

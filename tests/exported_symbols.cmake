@@ -1,3 +1,5 @@
+cmake_minimum_required(VERSION 3.25)
+
 # The libraries export names of the public interface alone: what else gets out becomes an interface by
 # accident. A public name that is missing fails where programs are linked.
 execute_process(COMMAND ${NM} -DC --defined-only ${LIBRARIES}
