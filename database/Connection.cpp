@@ -19,7 +19,7 @@ constexpr int GoneAway = 2006; // the client interface's number for a link that 
 
 constexpr std::size_t LongestText = 1000; // in what(): a screen of it
 
-constexpr unsigned RetryInterval = 3; // seconds between two looks of waitUntilServerReady
+constexpr unsigned RetryInterval = 3; // seconds between two attempts of waitUntilServerReady
 
 } // namespace
 
@@ -116,7 +116,6 @@ void Connection::disconnect()
         db_disconnect(m_handle);
         m_state = Disconnected;
         m_handle = nullptr;
-        lose(GoneAway);
     }
 }
 

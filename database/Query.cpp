@@ -38,12 +38,12 @@ bool endsTransaction(int errorNumber)
     return std::ranges::find(Numbers, errorNumber) != std::end(Numbers);
 }
 
-constexpr std::size_t UsualSize = 500; // of a statement: longer ones grow
+constexpr std::size_t UsualSize = 500; // bytes of a statement; longer ones grow
 constexpr std::size_t BlockSize = 4096;
 constexpr std::size_t BatchLimit = 1'048'576;
 constexpr std::string_view Terminator = ";\n";
 
-// Empty, with room for a usual statement: the buffer's own first growth takes longer.
+// Empty, with room for a usual statement: reserving is cheaper than the buffer's own growing.
 std::string room()
 {
     std::string text;
@@ -70,8 +70,8 @@ Query::Query(Connection& connection, RowParser* parser, bool storeResult)
 {
     rdbuf(&m_buffer);
 #ifdef __GLIBCXX__
-    // A new stream has looked up the facets of the program's global locale. With imbue() all would
-    // be looked up again, a tenth of what a short statement costs, so the one that matters is set.
+    // The stream has just looked up the facets of the global locale. imbue() would look all of them
+    // up again, which is a tenth of the cost of a short statement, so set the one that matters.
     if (getloc() == std::locale::classic()) {
         _M_num_put = &sqlNumbers();
         return;
@@ -100,12 +100,12 @@ void Query::execute()
         m_errorNumber = UnknownError;
         refuse(m_buffer.view());
     }
-    // The buffer's memory has room for one character more, as that of every std::string.
+    // There is room behind the text: the buffer lies in a std::string, which keeps one for a NUL.
     *const_cast<char*>(m_buffer.view().end()) = '\0';
     send(m_buffer.view());
 }
 
-// The text has a NUL at its end, or behind it.
+// A NUL must follow the text, or be its last character.
 void Query::send(std::string_view statement)
 {
     void* const handle = m_connection.m_handle;
@@ -150,15 +150,15 @@ QueryFile::QueryFile(Connection& connection, const std::string& path) : m_connec
     char buffer[BlockSize];
     std::string batch;
     for (;;) {
-        // What a batch comes to in a file of ordinary lines: no copy, and no memory to spare.
+        // Enough for every batch of a file of ordinary lines, so that none is copied as it grows.
         batch.reserve(BatchLimit + BlockSize);
         file.read(buffer, sizeof buffer);
         const std::string_view block(buffer, static_cast<std::size_t>(file.gcount()));
         if (block.empty()) {
             break;
         }
-        // Only the first terminator of a block is a place to cut, and one that lies across two
-        // blocks is none.
+        // Only the first terminator of a block counts, and one that is split between two blocks
+        // does not.
         const std::size_t found = block.find(Terminator);
         const std::size_t head = found + Terminator.size();
         if (found == std::string_view::npos || batch.size() + head <= BatchLimit) {
@@ -180,7 +180,7 @@ void QueryFile::execute()
 
 void QueryFile::executeInOwnSession()
 {
-    // Not the database that the connection was opened on: USE may have left it.
+    // A USE statement may have left the database that the connection was opened on.
     const auto database = scalar<std::optional<std::string>>(m_connection, "SELECT DATABASE()");
     Connection session(m_connection.m_address, database.value_or(""));
     if (session.enableMultipleStatementsPerQuery() != 0) {
@@ -193,7 +193,7 @@ void QueryFile::executeInOwnSession()
 void QueryFile::execute(Connection& connection) const
 {
     for (const std::string& batch : m_statements) {
-        // The text of the query is the batch with one NUL: it is sent from where it is.
+        // The statement is the batch and its NUL. It is sent from here, without a copy.
         Query(connection, nullptr, true).send({batch.c_str(), batch.size() + 1});
     }
 }

@@ -9,10 +9,10 @@ namespace Kestro::Database {
 
 namespace {
 
-constexpr std::streamsize DefaultPrecision = 6; // that of every new stream
+constexpr std::streamsize DefaultPrecision = 6; // every new stream has it
 constexpr const char* Refusals[] = {nullptr, "SQL has no NaN", "SQL has no infinity"};
 
-// Where a stream keeps which of the refusals it met.
+// The place where a stream keeps which of the refusals it met.
 int refusalSlot()
 {
     static const int slot = std::ios_base::xalloc();
@@ -21,7 +21,7 @@ int refusalSlot()
 
 class SqlNumbers : public std::num_put<char> {
 public:
-    // The reference is our own: no locale deletes it.
+    // Counts a reference of our own, so that no locale deletes it.
     SqlNumbers() : std::num_put<char>(1) {}
 
 protected:
@@ -61,7 +61,7 @@ private:
 
 const std::num_put<char>& sqlNumbers()
 {
-    // Never destroyed: destructors of the program's statics may write statements.
+    // Never destroyed, since destructors of the program's statics may write statements.
     static const auto& numbers = *new SqlNumbers();
     return numbers;
 }

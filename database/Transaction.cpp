@@ -16,11 +16,11 @@ constexpr unsigned InDoubtLine = 3;
 constexpr unsigned SecondLine = 4;
 
 constexpr int UnknownVariable = 1193;
-constexpr int GoneAway = 2006; // before anything was sent
-// A shutdown, a kill, a lost link, an answer that is none: the statement may have run.
+constexpr int GoneAway = 2006; // nothing was sent
+// A shutdown, a kill, a lost link, a malformed answer: the statement may have run.
 constexpr int NoAnswer[] = {1053, 1927, 2013, 2027};
 
-// A server without the variable is believed to be in none.
+// On a server without the variable the answer is no.
 bool isInTransaction(Connection& connection)
 try {
     return scalar<bool>(connection, "SELECT @@in_transaction");

@@ -19,8 +19,7 @@ constexpr unsigned NoDateLine = 2;
 // Enough for every digit, a sign, a point and an exponent.
 constexpr std::size_t NumberSize = 32;
 
-// Takes digits off the start of the text: so many, or with a count of 0 all there are, if an int
-// has room for them.
+// Takes `count` digits off the start of the text, or with 0 all there are, if an int can hold them.
 bool take(std::string_view& text, std::size_t count, int& number)
 {
     constexpr std::size_t Most = 9;
@@ -123,7 +122,7 @@ template <Number T> bool ValueText<T>::parse(std::string_view text, T& value)
             return false;
         }
         if constexpr (std::floating_point<T>) {
-            if (!std::isfinite(read)) { // from_chars reads the words
+            if (!std::isfinite(read)) { // from_chars accepts "nan" and "inf"
                 return false;
             }
         }

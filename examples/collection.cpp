@@ -47,8 +47,7 @@ try {
     if (articles.cheaperThan(10) < 0) {
         std::cout << articles.get_error_number() << ' ' << articles.get_error_message() << '\n';
     }
-    database.Query("CREATE TABLE article (price INT); INSERT INTO article VALUES (5), (9), (12)",
-                   nullptr);
+    database.execute("CREATE TABLE article (price INT); INSERT INTO article VALUES (5), (9), (12)");
     std::cout << articles.cheaperThan(10) << " cost less than 10\n";
     database.DBConnection().dbDelete("kestro_example");
 } catch (const std::exception& e) {

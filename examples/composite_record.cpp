@@ -37,12 +37,10 @@ try {
     KYDBDatabase database;
     database.selectDB("kestro_example");
     database.selectDB("kestro_example");
-    database.Query("CREATE OR REPLACE TABLE reading (sensor INT, time BIGINT, unit VARCHAR(10), "
-                   "comment VARCHAR(100), PRIMARY KEY (sensor, time))",
-                   nullptr);
-    database.Query("INSERT INTO reading VALUES (7, 1700000000000, 'mm', "
-                   "'a comment that is too long for the buffer')",
-                   nullptr);
+    database.execute("CREATE OR REPLACE TABLE reading (sensor INT, time BIGINT, unit VARCHAR(10), "
+                     "comment VARCHAR(100), PRIMARY KEY (sensor, time))");
+    database.execute("INSERT INTO reading VALUES (7, 1700000000000, 'mm', "
+                     "'a comment that is too long for the buffer')");
 
     Reading reading(database);
     reading.sensor = 7;

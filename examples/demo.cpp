@@ -6,6 +6,7 @@
 #include <KestroDatabase>
 #include <KestroTableMap>
 #include <algorithm>
+#include <atomic>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -252,23 +253,24 @@ void records(Kestro::KYDBDatabase& database)
     std::cout << "  save(false):   a new one, " << fresh.name << "; once more: ";
     std::cout << fresh.save(false) << ", " << fresh.get_error_number() << ' '
               << fresh.get_error_message() << '\n';
-    fresh.remove();
-    std::cout << "  remove():      " << (fresh.fetch() ? "still there" : "gone") << '\n';
+    const bool isGone = fresh.remove() == 0 && !fresh.fetch();
+    std::cout << "  remove():      " << (isGone ? "gone" : "still there") << '\n';
 
     std::vector<std::thread> threads;
+    std::atomic<int> failed = 0;
     for (int number = 0; number < 4; ++number) {
-        threads.emplace_back([&database, number] {
+        threads.emplace_back([&database, &failed, number] {
             for (int round = 0; round < 50; ++round) {
                 Zone own(database, "Thread/" + std::to_string(number));
                 own.comment = std::to_string(round);
-                own.save(true); // the count below tells whether all were written
+                failed += own.save(true) == 0 ? 0 : 1;
             }
         });
     }
     for (std::thread& thread : threads) {
         thread.join();
     }
-    std::cout << "  4 threads through one handle, 50 saves each: "
+    std::cout << "  4 threads through one handle, 50 saves each: " << failed << " failed, "
               << QueryCount(database.DBConnection(),
                             "SELECT COUNT(*) FROM zone WHERE name LIKE 'Thread/%' AND comment='49'")
                      .count()

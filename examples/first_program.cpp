@@ -27,7 +27,7 @@ try {
     KYDBDatabase database;         // the local server, for all records and threads
     database.selectDB("notebook"); // creates it the first time,
     database.selectDB("notebook"); // and works on it once it is there
-    database.Query("CREATE TABLE IF NOT EXISTS note (id INT PRIMARY KEY, text TEXT)", nullptr);
+    database.execute("CREATE TABLE IF NOT EXISTS note (id INT PRIMARY KEY, text TEXT)");
 
     Note note(database);
     note.id = 1;

@@ -55,8 +55,7 @@ try {
     KYDBDatabase setUp;
     setUp.selectDB("kestro_example");
     setUp.selectDB("kestro_example");
-    setUp.Query("CREATE OR REPLACE TABLE counter (name VARCHAR(20) PRIMARY KEY, value BIGINT)",
-                nullptr);
+    setUp.execute("CREATE OR REPLACE TABLE counter (name VARCHAR(20) PRIMARY KEY, value BIGINT)");
     // Threads with connections of their own write the same rows.
     std::vector<std::thread> threads;
     std::vector<int> failures(4, 0);

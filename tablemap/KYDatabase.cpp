@@ -41,25 +41,35 @@ Database::Connection& KYDBDatabase::opened()
     return m_connection;
 }
 
+void KYDBDatabase::execute(Database::Query& query)
+{
+    const Synchronized lock(m_mutex);
+    opened();
+    query.execute();
+}
+
+std::uint32_t KYDBDatabase::execute(const std::string& sql, Database::RowParser* parser)
+{
+    const Synchronized lock(m_mutex);
+    return opened().execute(sql, parser);
+}
+
 int KYDBDatabase::Query_real(Database::Query& query)
 {
-    std::string failure;
-    {
-        const Synchronized lock(m_mutex);
-        try {
-            opened();
-            query.execute();
-            return 0;
-        } catch (const Exception& e) {
+    try {
+        execute(query);
+        return 0;
+    } catch (const Exception& e) {
+        {
+            const Synchronized lock(m_recordMutex);
             m_errorMessage = query.get_error_message();
             m_errorNumber = query.get_error_number();
-            failure = e.asString();
         }
+        if ((*basepp_dbg_mask_ & TraceMask) == TraceMask) {
+            basepp::dbg::debug(TraceFile, TraceLine, TraceFunction, 0, "%s", e.asString().c_str());
+        }
+        return -1;
     }
-    if ((*basepp_dbg_mask_ & TraceMask) == TraceMask) {
-        basepp::dbg::debug(TraceFile, TraceLine, TraceFunction, 0, "%s", failure.c_str());
-    }
-    return -1;
 }
 
 int KYDBDatabase::Query(Database::Query& query)
@@ -76,13 +86,13 @@ int KYDBDatabase::Query(const std::string& sql, Database::RowParser* parser)
 
 int KYDBDatabase::get_error_number() const
 {
-    const Synchronized lock(m_mutex);
+    const Synchronized lock(m_recordMutex);
     return m_errorNumber;
 }
 
 std::string KYDBDatabase::get_error_message() const
 {
-    const Synchronized lock(m_mutex);
+    const Synchronized lock(m_recordMutex);
     return m_errorMessage;
 }
 

@@ -17,23 +17,34 @@
 #include <stdexcept>
 #include <string_view>
 #include <type_traits>
+#include <typeinfo>
 #include <utility>
 
 namespace {
 
 constexpr std::size_t ShortText = 500;  // is escaped on the stack
-constexpr std::size_t ColumnInSql = 32; // a guess at what one comes to; more grows
+constexpr std::size_t ColumnInSql = 32; // a guess at its length; longer ones grow
 
-void appendEscaped(std::string& out, const char* text, std::size_t length)
+// What failures report as their place, whatever the lines of this file.
+constexpr char File[] = "KYTable";
+constexpr unsigned NoVariableLine = 1;
+constexpr unsigned MisfitLine = 2;
+constexpr char NoVariable[] = "no variable";
+constexpr int UnknownError = 2000; // the client interface's number for a failure without another
+
+void escape(std::string& out, std::string_view text)
 {
+    if (text.empty()) {
+        return;
+    }
     char room[2 * ShortText + 1];
     std::unique_ptr<char[]> more;
     char* escaped = room;
-    if (length > ShortText) {
-        more = std::make_unique_for_overwrite<char[]>(2 * length + 1);
+    if (text.size() > ShortText) {
+        more = std::make_unique_for_overwrite<char[]>(2 * text.size() + 1);
         escaped = more.get();
     }
-    out.append(escaped, db_escape_string(nullptr, escaped, text, length));
+    out.append(escaped, db_escape_string(nullptr, escaped, text.data(), text.size()));
 }
 
 } // namespace
@@ -41,7 +52,7 @@ void appendEscaped(std::string& out, const char* text, std::size_t length)
 std::string kydb_escape_string(const std::string& text)
 {
     std::string escaped;
-    appendEscaped(escaped, text.data(), text.size());
+    escape(escaped, text);
     return escaped;
 }
 
@@ -68,12 +79,6 @@ namespace {
 const std::string& noMark()
 {
     static const std::string mark;
-    return mark;
-}
-
-const std::string& doubleQuote()
-{
-    static const std::string mark = "\"";
     return mark;
 }
 
@@ -109,6 +114,34 @@ void VarRefBase::assign(const char* text)
     if (text != nullptr) {
         assign(std::string(text));
     }
+}
+
+bool VarRefBase::isNull() const
+{
+    return false;
+}
+
+void VarRefBase::assign(const char* value, std::size_t /*length*/)
+{
+    assign(value);
+}
+
+const std::string& VarRefBase::doubleQuote()
+{
+    static const std::string mark = "\"";
+    return mark;
+}
+
+void VarRefBase::appendEscaped(std::string& text, std::string_view plain)
+{
+    escape(text, plain);
+}
+
+void VarRefBase::refuse(const std::string& value)
+{
+    constexpr std::size_t Most = 100; // bytes of it that help
+    throw Exception("the value \"" + value.substr(0, Most) + "\" does not fit its variable", 4,
+                    File, MisfitLine);
 }
 
 template <class T> std::ostream& KYVarRefT<T>::streamout(std::ostream& os) const
@@ -150,11 +183,13 @@ template <class T> VarRefBase* KYVarRefT<T>::dup() const
 
 template <class T> void KYVarRefT<T>::append(std::string& text) const
 {
-    if constexpr (std::is_integral_v<T>) {
+    if (typeid(*this) != typeid(KYVarRefT)) {
+        VarRefBase::append(text); // a derived kind may write something else
+    } else if constexpr (std::is_integral_v<T>) {
         char digits[std::numeric_limits<T>::digits10 + 2];
         text.append(digits, std::to_chars(std::begin(digits), std::end(digits), *m_var).ptr);
     } else {
-        appendEscaped(text, m_var->data(), m_var->size());
+        escape(text, *m_var);
     }
 }
 
@@ -192,7 +227,11 @@ VarRefBase* KYVarRefT<char*>::dup() const
 
 void KYVarRefT<char*>::append(std::string& text) const
 {
-    appendEscaped(text, m_buf, std::strlen(m_buf));
+    if (typeid(*this) != typeid(KYVarRefT)) {
+        VarRefBase::append(text);
+    } else {
+        escape(text, m_buf);
+    }
 }
 
 KYVarRef::KYVarRef(int& variable) : m_ref(new KYVarRefT<int>(variable))
@@ -230,21 +269,72 @@ void KYVarRef::release()
     delete std::exchange(m_ref, nullptr);
 }
 
+namespace {
+
+// Numbers in decimal for as long as this lives, whatever a program has set in the stream.
+class DecimalNumbers {
+public:
+    explicit DecimalNumbers(std::ostream& os)
+        : m_os(os), m_flags(os.flags()), m_locale(os.getloc()),
+          m_isClassic(m_locale == std::locale::classic())
+    {
+        constexpr auto Kept = std::ios_base::adjustfield | std::ios_base::unitbuf;
+        os.flags(std::ios_base::dec | (m_flags & Kept));
+        if (!m_isClassic) {
+            os.imbue(std::locale::classic());
+        }
+    }
+    DecimalNumbers(const DecimalNumbers&) = delete;
+    DecimalNumbers& operator=(const DecimalNumbers&) = delete;
+    ~DecimalNumbers()
+    {
+        if (!m_isClassic) {
+            m_os.imbue(m_locale);
+        }
+        m_os.flags(m_flags);
+    }
+
+private:
+    std::ostream& m_os;
+    std::ios_base::fmtflags m_flags;
+    std::locale m_locale;
+    bool m_isClassic;
+};
+
+} // namespace
+
 std::ostream& operator<<(std::ostream& os, const KYVarRef& ref)
 {
+    const DecimalNumbers decimal(os);
     return ref->streamout(os);
 }
 
 std::ostream& operator<<(std::ostream& os, const DBSelectRange& range)
 {
     if (range.limit > 0) {
-        os << " LIMIT " << range.limit;
+        os << " LIMIT " << std::to_string(range.limit);
     }
     if (range.offset > 0) {
-        os << " OFFSET " << range.offset;
+        os << " OFFSET " << std::to_string(range.offset);
     }
     return os;
 }
+
+namespace {
+
+// Lets failures of an action on a column say which column it was.
+template <class Action> void naming(const std::string& column, const Action& action)
+{
+    try {
+        action();
+    } catch (Exception& e) {
+        const std::string& reason = e.stringParameter();
+        e.stringParameter("column " + column + ": " + (reason.empty() ? e.message() : reason));
+        throw;
+    }
+}
+
+} // namespace
 
 KYDBKeyVarMap& KYDBKeyVarMap::push_back(const std::string& name, char* buffer, int size, int flags)
 {
@@ -287,10 +377,10 @@ void KYDBKeyVarMap::clear()
 int KYDBKeyVarMap::assign(const std::string& name, const std::string& value)
 {
     const Column* column = find(name);
-    if (column == nullptr) {
+    if (column == nullptr || column->variable.isNull()) {
         return -1;
     }
-    column->variable->assign(value);
+    naming(name, [&] { column->variable->assign(value); });
     return 0;
 }
 
@@ -301,7 +391,13 @@ int KYDBKeyVarMap::parse(DBRowResult* row)
     }
     int index = 0;
     for (const Column& column : m_columns) {
-        column.variable->assign(db_result_get_value(row->connection, row->result, row->row, index));
+        if (!column.variable.isNull()) {
+            naming(column.name, [&] {
+                column.variable->assign(
+                    db_result_get_value(row->connection, row->result, row->row, index),
+                    db_result_field_length(row->result, index));
+            });
+        }
         ++index;
     }
     return index;
@@ -311,7 +407,17 @@ void KYDBKeyVarMap::dump(std::ostream& os) const
 {
     int position = 0;
     for (const Column& column : m_columns) {
-        os << position << ':' << column.name << "::->" << column.variable << std::endl;
+        os << std::to_string(position) << ':' << column.name << "::->";
+        if (column.variable.isNull()) {
+            os << NoVariable;
+        } else {
+            try {
+                os << column.variable;
+            } catch (const Exception& e) {
+                os << e.message();
+            }
+        }
+        os << std::endl;
         ++position;
     }
 }
@@ -328,7 +434,7 @@ template <class Write> std::string KYDBKeyVarMap::ofSelected(int mask, const std
             if (!first) {
                 text += separator;
             }
-            write(text, column);
+            naming(column.name, [&] { write(text, column); });
             first = false;
         }
     }
@@ -339,6 +445,13 @@ namespace {
 
 void appendQuoted(std::string& text, const KYVarRef& variable)
 {
+    if (variable.isNull()) {
+        throw Exception(NoVariable, 4, File, NoVariableLine);
+    }
+    if (variable->isNull()) {
+        text += "NULL";
+        return;
+    }
     const std::string& mark = variable->quotation();
     text += mark;
     variable->append(text);
@@ -394,7 +507,7 @@ std::string KYDBKeyVarMap::valuesforfile(int mask) const
 {
     return ofSelected(mask, "\t",
                       [](std::string& text, const Column& column) {
-                          if (column.variable.isNull()) {
+                          if (column.variable.isNull() || column.variable->isNull()) {
                               text += "\\N";
                           } else {
                               column.variable->append(text);
@@ -470,7 +583,13 @@ KYDBTableBase::~KYDBTableBase() = default;
 
 int KYDBTableBase::parse(DBRowResult* row)
 {
-    return m_dbmap.parse(row);
+    try {
+        return m_dbmap.parse(row);
+    } catch (const Exception& e) {
+        keep(e);
+        m_failedInParse = true;
+        throw;
+    }
 }
 
 const std::string& KYDBTableBase::table_name()
@@ -497,7 +616,33 @@ Database::Connection& KYDBTableBase::DBConnection()
 
 int KYDBTableBase::execute(Database::Query& query)
 {
-    return executeThrough(m_dbDatabase, query, m_tableName, m_errorMessage, m_errorNumber);
+    std::string message;
+    int number = 0;
+    m_failedInParse = false;
+    const int status = executeThrough(m_dbDatabase, query, m_tableName, message, number);
+    if (status != 0 && !m_failedInParse) {
+        m_errorMessage = std::move(message);
+        m_errorNumber = number;
+    }
+    return status;
+}
+
+void KYDBTableBase::keep(const Exception& failure)
+{
+    m_errorMessage = failure.stringParameter();
+    m_errorNumber = UnknownError;
+}
+
+bool KYDBTableBase::writePairs(std::string& text, int mask, const std::string& separator)
+{
+    dbmap_init();
+    try {
+        text = m_dbmap.keyvalues(mask, separator);
+        return true;
+    } catch (const Exception& e) {
+        keep(e);
+        return false;
+    }
 }
 
 void KYDBTableBase::sql_keys(std::ostream& os, int mask, const std::string& prefix)
@@ -569,13 +714,21 @@ void KYDBTableBase::dump(std::ostream& os)
 int KYDBTableBase::assign(const std::string& name, const std::string& value)
 {
     dbmap_init();
-    return m_dbmap.assign(name, value);
+    try {
+        return m_dbmap.assign(name, value);
+    } catch (const Exception& e) {
+        keep(e);
+        return -1;
+    }
 }
 
 int KYDBTableSimple::get(Database::RowParser* parser)
 {
     Database::Query query(DBConnection(), parser, true);
-    const std::string condition = sql_keyvalues(KYDB_FLAG_KEY, " AND ");
+    std::string condition;
+    if (!writePairs(condition, KYDB_FLAG_KEY, " AND ")) {
+        return -1;
+    }
     query << "SELECT " << sql_keys(KYDB_FLAG_ALL, "") << " FROM " << table_name() << " WHERE "
           << condition << ';';
     return execute(query) == 0 ? 0 : -1;
@@ -584,7 +737,10 @@ int KYDBTableSimple::get(Database::RowParser* parser)
 int KYDBTableSimple::save(bool update)
 {
     Database::Query query(DBConnection(), nullptr, true);
-    const std::string assignments = sql_keyvalues(KYDB_FLAG_SAVE, ",");
+    std::string assignments;
+    if (!writePairs(assignments, KYDB_FLAG_SAVE, ",")) {
+        return -1;
+    }
     // Straight into the buffer: a stream's own operators cost as much as a copy of the text.
     std::streambuf& buffer = *query.rdbuf();
     const auto write = [&buffer](std::string_view text) {
@@ -609,7 +765,10 @@ int KYDBTableSimple::save(bool update)
 int KYDBTableSimple::remove()
 {
     Database::Query query(DBConnection(), nullptr, true);
-    const std::string condition = sql_keyvalues(KYDB_FLAG_KEY, " AND ");
+    std::string condition;
+    if (!writePairs(condition, KYDB_FLAG_KEY, " AND ")) {
+        return -1;
+    }
     query << "DELETE FROM " << table_name() << " WHERE " << condition;
     try {
         return execute(query) == 0 ? 0 : -1;

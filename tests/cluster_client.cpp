@@ -56,11 +56,11 @@ void find()
     KYDBDatabase database;
     database.selectDB(Name);
     // Waits for what the other nodes had committed before.
-    database.Query("SET SESSION wsrep_sync_wait = 15", nullptr);
+    database.execute("SET SESSION wsrep_sync_wait = 15");
     Item item(database);
     KYDBRecordParser parser(item);
-    item.get(&parser);
-    std::cout << (parser.found() ? item.text : "nothing") << '\n';
+    const bool isFound = item.get(&parser) == 0 && parser.found();
+    std::cout << (isFound ? item.text : "nothing") << '\n';
 }
 
 void count(int times)

@@ -2,8 +2,11 @@
 
 #include <KestroDatabase>
 #include <KestroTableMap>
+#include <chrono>
 #include <cstring>
 #include <fstream>
+#include <limits>
+#include <optional>
 #include <thread>
 #include <unistd.h>
 
@@ -28,6 +31,20 @@ protected:
             m_dbmap.push_back("id", id, KYDB_FLAG_SAVE)
                 .push_back("name", name, KYDB_FLAG_KEY | KYDB_FLAG_SAVE)
                 .push_back("note", note, sizeof note, KYDB_FLAG_SAVE);
+        }
+    }
+};
+
+// Made from nothing: the database comes from outside.
+struct Anything : Item {
+    Anything() : Item(nullptr) {}
+
+protected:
+    void dbmap_init() override
+    {
+        if (dbmap_size() == 0) {
+            table_name("item");
+            m_dbmap.push_back("id", id, KYDB_FLAG_SAVE).push_back("name", name, KYDB_FLAG_KEY);
         }
     }
 };
@@ -100,6 +117,106 @@ TEST_F(Records, AreFilledFromTheFirstRowAndLeftByNull)
     item.name = "none";
     EXPECT_EQ(item.get(&parser), 0);
     EXPECT_FALSE(parser.found());
+    run("INSERT INTO item VALUES (8, \"m\", \"\")");
+    const std::vector<Anything> all = fetchAll<Anything>(handle, "TRUE ORDER BY name");
+    ASSERT_EQ(all.size(), 2U);
+    EXPECT_EQ(all[0].id, 8);
+    EXPECT_EQ(all[1].id, 0); // not the row's before
+}
+
+struct Exact : KYDBTableSimple {
+    KYDBDatabase* database;
+    std::uint64_t id = 0;
+    float part = 0.1F;
+    double amount = 0;
+    bool flag = false;
+    std::optional<unsigned> count;
+    std::optional<std::string> text;
+    std::optional<std::chrono::sys_time<std::chrono::microseconds>> at;
+    std::string bytes;
+
+    explicit Exact(KYDBDatabase& handle) : database(&handle) {}
+
+protected:
+    void dbmap_init() override
+    {
+        if (dbmap_size() == 0) {
+            constexpr int Key = KYDB_FLAG_KEY | KYDB_FLAG_SAVE;
+            table_name("exact");
+            DBDatabase(database);
+            m_dbmap.push_back("id", id, Key).push_back("part", part, Key);
+            m_dbmap.push_back("amount", amount, Key).push_back("flag", flag, KYDB_FLAG_SAVE);
+            m_dbmap.push_back("count", count, KYDB_FLAG_SAVE);
+            m_dbmap.push_back("text", text, KYDB_FLAG_SAVE).push_back("at", at, KYDB_FLAG_SAVE);
+            m_dbmap.push_back("bytes", KYVarRef::exact(bytes), KYDB_FLAG_SAVE);
+        }
+    }
+};
+
+TEST_F(Records, WithExactReferencesComeBackAsTheyWere)
+{
+    run("CREATE TABLE exact (id BIGINT UNSIGNED, part FLOAT, amount DOUBLE, flag BOOLEAN, "
+        "count BIGINT, text VARBINARY(600), at DATETIME(6), bytes BLOB NOT NULL)");
+    std::vector<Exact> records(3, Exact(handle));
+    records[1].id = 1;
+    records[1].amount = 0.1;
+    records[1].text = "";
+    records[2].id = std::numeric_limits<std::uint64_t>::max();
+    records[2].amount = std::numeric_limits<double>::denorm_min();
+    records[2].flag = true;
+    records[2].count = std::numeric_limits<unsigned>::max();
+    records[2].text = records[2].bytes = everyByte();
+    records[2].at =
+        std::chrono::sys_days(std::chrono::year(9999) / 12 / 31) + std::chrono::microseconds(1);
+    std::string file;
+    for (Exact& record : records) {
+        EXPECT_EQ(record.save(false), 0) << record.get_error_message();
+        file += record.sql_valuesforfile(KYDB_FLAG_ALL);
+        Exact found(handle);
+        found.id = record.id;
+        found.amount = record.amount;
+        found.count = 1; // NULL empties it
+        KYDBRecordParser parser(found);
+        EXPECT_EQ(found.get(&parser), 0) << found.get_error_message();
+        EXPECT_TRUE(parser.found());
+        EXPECT_EQ(found.sql_values(KYDB_FLAG_ALL), record.sql_values(KYDB_FLAG_ALL));
+    }
+    const std::string path = testing::TempDir() + "kestro_exact." + std::to_string(getpid());
+    std::ofstream(path) << file;
+    Database::QueryLoadData(handle.DBConnection(), database, "exact", path);
+    unlink(path.c_str());
+    std::vector<Exact> all = fetchAll<Exact>(handle, "TRUE ORDER BY id");
+    ASSERT_EQ(all.size(), records.size());
+    for (std::size_t i = 0; i < all.size(); ++i) {
+        EXPECT_EQ(all[i].sql_values(KYDB_FLAG_ALL), records[i].sql_values(KYDB_FLAG_ALL));
+    }
+}
+
+TEST_F(Records, RefuseWhatDoesNotFitAndSayWhy)
+{
+    run("CREATE TABLE exact (id INT PRIMARY KEY, part FLOAT, amount DOUBLE, flag INT, count INT, "
+        "text TEXT, at DATETIME, bytes BLOB)");
+    run("INSERT INTO exact VALUES (0, 0.1, 0, 0, -1, NULL, NULL, NULL)");
+    const std::string misfit = "column count: the value \"-1\" does not fit its variable";
+    Exact record(handle);
+    KYDBRecordParser parser(record);
+    EXPECT_EQ(record.get(&parser), -1);
+    EXPECT_EQ(record.get_error_message(), misfit);
+    EXPECT_EQ(record.get_error_number(), 2000);
+    EXPECT_FALSE(record.count);
+    EXPECT_EQ(record.save(false), -1);
+    EXPECT_EQ(record.get_error_number(), 1062);
+    EXPECT_NE(failureOf([&] { (void)fetchAll<Exact>(handle); }).find(misfit), std::string::npos);
+    const std::string refusal = failureOf([&] { (void)fetchAll<Exact>(handle, "none = 1"); });
+    EXPECT_EQ(refusal.find("DatabaseException (4) at Query:75: Unknown column 'none'"), 0U);
+
+    record.amount = std::numeric_limits<double>::quiet_NaN();
+    EXPECT_EQ(record.save(false) + record.get(&parser) + record.remove(), -3);
+    EXPECT_EQ(record.get_error_number(), 2000);
+    EXPECT_EQ(record.get_error_message(), "column amount: SQL has no NaN");
+    EXPECT_EQ(record.assign("flag", "maybe"), -1);
+    EXPECT_EQ(record.get_error_message(),
+              "column flag: the value \"maybe\" does not fit its variable");
 }
 
 // Asks the handle for its database from within a parser.
@@ -115,6 +232,8 @@ struct Current : Database::RowImpl {
     {
         name = column(connection, result, row, 0).value_or("");
         name += handle->Query("DO 1", nullptr) == 0 ? "" : " and a refusal";
+        // Another thread looks at the error record without waiting for this statement.
+        std::thread([this] { name += handle->get_error_message(); }).join();
         return true;
     }
 };

@@ -17,10 +17,10 @@ class RowParser;
 /// has the server's text.
 class KESTRO_API DatabaseException : public Exception {
 public:
-    /// The first three are told by the operations of the same names.
+    /// intParameter(), fileName() and lineNumber() return what is given here.
     explicit DatabaseException(int intParameter = 0, const std::string& fileName = "",
                                unsigned lineNumber = 0);
-    /// Sets the string parameter and the error number too.
+    /// stringParameter() and errorNumber() return the last two.
     DatabaseException(int intParameter, const std::string& fileName, unsigned lineNumber,
                       std::string&& stringParameter, int errorNumber);
     DatabaseException(const DatabaseException&) = default;
@@ -45,36 +45,36 @@ private:
 /// A Connection opens its link when it is constructed and closes it when it is destroyed. It can be
 /// reopened on another database at any time. Statements run on it through Query.
 ///
-/// The link goes over the server's Unix socket, under the login name of the process: see
-/// db_client.h for how the socket is found and what each session begins with.
+/// The link goes over the server's Unix socket, and the account is the login name of the process.
+/// db_client.h says how the socket is found and how a session begins.
 ///
 /// Threads: distinct objects may be used by distinct threads; one object belongs to one thread at a
-/// time. Every failure to open the link is a DatabaseException with int parameter 0 and the reason,
-/// as the client interface or the server tells it, as string parameter.
+/// time. Where opening the link fails, DatabaseException is thrown: its int parameter is 0 and its
+/// string parameter is the reason that the client interface or the server gives.
 class KESTRO_API Connection : public RefImpl {
 public:
-    /// What state() tells.
+    /// The values of state().
     enum State : std::int32_t { Disconnected = 0, Connected = 2 };
 
-    /// The path of the server's Unix socket, for callers that want it.
+    /// The usual path of the server's Unix socket, for callers that want it.
     static constexpr char SocketName[] = "/var/run/mysql.sock";
 
-    /// The address of connections that are constructed without one: 127.0.0.1, port 3306. To be
-    /// changed before threads use it.
+    /// The address of connections that are constructed without one: 127.0.0.1, port 3306. Set it
+    /// before threads use it.
     static SocketAddress s_defaultAddress;
     static SocketAddress defaultAddress();
     static void defaultAddress(const SocketAddress& address);
 
-    /// Waits until the local server accepts a connection to its database "mysql" and returns true,
-    /// or returns false when this many seconds are over. It tries at once and then pauses for 3
-    /// seconds after each failure, so false may come up to 3 seconds late, and 5 more with a server
-    /// that does not answer; 0 seconds try nothing. An account without any right in "mysql" is
-    /// refused there and gets false. The address is not consulted. Any thread may call it.
+    /// Returns true as soon as the local server accepts a connection to its database "mysql", and
+    /// false once this many seconds have passed. It tries at once and pauses for 3 seconds after
+    /// each failure. So it may return false 3 seconds late, and 5 more if the server does not
+    /// answer. With 0 seconds it does not try. An account without any right in "mysql" is refused
+    /// there and gets false. The address is ignored. Any thread may call it.
     static bool waitUntilServerReady(const SocketAddress& address, unsigned seconds);
 
-    /// Opens the link on the database; "" selects none. The second and third string are kept and
-    /// passed to nobody: they are no login, the account is always that of the process. The address
-    /// is not used either. Throws as told above, and then nothing is left open.
+    /// Opens the link on the database; "" selects none. The second and third string are kept but
+    /// not used: they are no login, since the account is always that of the process. Nor is the
+    /// address used. Throws as said above; nothing is left open then.
     Connection(const std::string& database, const std::string& param2, const std::string& param3,
                const SocketAddress& address);
     Connection(const SocketAddress& address, const std::string& database);
@@ -83,27 +83,27 @@ public:
     Connection& operator=(const Connection&) = delete;
     ~Connection() override;
 
-    /// Opens the link on the current database. Meant for a connection that is disconnected: a link
-    /// that is still open is not closed first, and leaks. Throws as told above, and then the
-    /// connection is disconnected.
+    /// Opens the link on the current database. Call it on a disconnected connection only: a link
+    /// that is still open is not closed first, and leaks. Throws as said above, and leaves the
+    /// connection disconnected then.
     void connect();
     /// Closes the link if one is open.
     void disconnect();
-    /// Connected or Disconnected. A link that the server has dropped still counts as connected: the
-    /// next statement opens it again. If the session held nothing that could be missed, that is
-    /// all; if it held a transaction, temporary tables, variables or locks, that statement fails
-    /// with 2006, unsent, and the one after it finds a fresh session. A statement that the loss
-    /// interrupts fails with 2013: it may have run, and is never sent again.
+    /// Connected or Disconnected. A link that the server has dropped still counts as connected,
+    /// since the next statement opens it again. If the lost session held a transaction, temporary
+    /// tables, variables or locks, that statement is not sent but fails with 2006, and the one
+    /// after it runs in a fresh session. A statement that is interrupted by the loss fails with
+    /// 2013: it may have run, and is never sent again.
     std::int32_t state() const { return m_handle != nullptr ? m_state : Disconnected; }
 
-    /// Lets one query text carry several statements, from now on for as long as this object lives,
-    /// however often it is opened again. Returns 0, or another value on failure: while disconnected
-    /// it takes effect when the connection is opened.
+    /// Lets one query text carry several statements, for as long as this object lives and however
+    /// often it is opened again. Returns 0, or another value on failure. On a disconnected
+    /// connection it takes effect when the connection is opened.
     int enableMultipleStatementsPerQuery();
 
-    /// Number and text of the last failure on the link, 0 and "" if there was none; a success does
-    /// not clear them. While disconnected: of this thread's last failed connect, or statement
-    /// without a link, whichever object it was made through.
+    /// Number and text of the last failure on the link, 0 and "" if there was none. A success does
+    /// not clear them. While disconnected they are those of this thread's last failed connect or
+    /// unsent statement, whichever object it was made through.
     int errorNumber() const;
     std::string errorMessage() const;
 
@@ -112,24 +112,24 @@ public:
     std::string escapeString(const std::string& text) const;
 
     /// Runs a statement and returns the number of rows that it changed or delivered, as
-    /// Query::affectedRows() tells it. The text is sent as it is, and a result goes to the parser if
-    /// there is one. Throws what Query::execute() throws.
+    /// Query::affectedRows() tells it. The text is sent as it is, and a result goes to the parser
+    /// if there is one. Throws what Query::execute() throws.
     std::uint32_t execute(const std::string& statement, RowParser* parser = nullptr);
 
-    /// Creates or drops a database. The name goes into the statement as it is: quote it where it
-    /// needs quoting (`...`), and never pass text from outside. dbCreate throws what Query throws;
-    /// dbDelete throws Exception("dbDelete", 4) with the server's text and, as cause, what Query
-    /// threw.
+    /// Creates or drops a database. The name goes into the statement as it is: pass
+    /// identifier(name) for a name that needs quoting or comes from outside. dbCreate throws what
+    /// Query throws; dbDelete throws Exception("dbDelete", 4) with the server's text, and with what
+    /// Query threw as its cause.
     void dbCreate(const std::string& name);
     void dbDelete(const std::string& name);
 
-    /// Reopens the link on another database; what its session held (a transaction, temporary
-    /// tables, variables, locks) is gone. If that throws, the connection is left disconnected, with
-    /// the new name: connect() tries it again.
+    /// Closes the link and opens it on another database. What the session held (a transaction,
+    /// temporary tables, variables, locks) is gone. If it throws, the connection is disconnected
+    /// and has the new name, so that connect() tries again.
     void dbSelect(const std::string& name);
-    /// Reopens the link on another database and returns true; if that fails, for whatever reason,
-    /// which is not kept, returns to the previous database and returns false. Throws if the way
-    /// back fails too; the connection is then disconnected, with the previous name.
+    /// Like dbSelect(), and returns true. If that fails, for whatever reason, it opens the previous
+    /// database again and returns false; the reason is not kept. If that fails as well, it throws
+    /// and leaves the connection disconnected, with the previous name.
     bool dbSelectIfExists(const std::string& name);
 
 private:

@@ -15,7 +15,7 @@ namespace Kestro::Database {
 
 class ConnectionPool;
 
-/// One connection of a pool, held through RefConnection. Whoever has it on loan is its only user.
+/// One connection of a pool, held through RefConnection. Only the holder of its loan may use it.
 class KESTRO_API _Connection : public RefImpl {
 public:
     /// Opens the connection; throws what Connection throws.
@@ -25,7 +25,7 @@ public:
 
     /// The connection itself. It lives as long as a handle to this object.
     Connection& connection() { return m_connection; }
-    /// Its number: unique within its pool, never used again there.
+    /// Its number, unique within its pool and never reused there.
     std::int32_t id() const { return m_id; }
 
 private:
@@ -36,12 +36,12 @@ private:
     std::int32_t m_id;
 };
 
-/// Handle to a connection of a pool, or empty. Having one is not having the connection on loan.
+/// Handle to a connection of a pool, or empty. It is no loan: see ConnectionPool::Lock.
 class KESTRO_API RefConnection : public Ref<_Connection> {
 public:
     /// An empty handle.
     RefConnection() = default;
-    /// The first owner of a new connection; throws what Connection throws.
+    /// Makes a new connection and owns it; throws what Connection throws.
     RefConnection(const std::string& database, const std::string& param2, const std::string& param3,
                   const SocketAddress& address, int id);
 };
@@ -55,32 +55,31 @@ public:
 ///         Query(lock.connection()) ...
 ///     } // and back it goes
 ///
-/// The pool opens its connections when it is constructed and has no lock of its own; each
-/// connection carries a semaphore that says whether it is free. A connection that the server
-/// dropped mends itself, see Connection::state(); reset() is for one whose session is not to be
-/// trusted any more.
+/// The pool opens its connections when it is constructed. It has no lock of its own; a semaphore of
+/// each connection says whether it is free. A connection that the server has dropped is opened
+/// again by its next statement (Connection::state()); reset() is for one whose session can no
+/// longer be trusted.
 ///
-/// Threads: getConnection(), and the end of the loans, may happen in any number of threads at once.
-/// Construction, growPool(), reset() and destruction want the pool for themselves: no other thread
-/// may use it meanwhile. The pool must outlive its loans.
+/// Threads: any number of threads may call getConnection() and end their loans at the same time.
+/// While one constructs or destroys the pool, or calls growPool() or reset(), no other may use it.
+/// The pool must outlive its loans.
 class KESTRO_API ConnectionPool {
 public:
-    /// The loan of one connection, or of none. Its end gives the connection back.
+    /// The loan of one connection, or an empty one. Its destructor gives the connection back.
     ///
     /// Threads: one Lock belongs to one thread at a time.
     class KESTRO_API Lock {
     public:
-        /// An empty loan, to assign one to. With checkPool it accepts only a connection of a pool
-        /// that is equal to this one.
+        /// An empty loan, to which another can be assigned. With checkPool it accepts only a
+        /// connection of a pool that is equal to this one.
         Lock(ConnectionPool& pool, bool checkPool);
-        /// The loan of a connection that the caller has from reset(). The pool must be the one that
-        /// the connection belongs to.
+        /// The loan of a connection that reset() returned. It must be a connection of this pool.
         Lock(RefConnection& connection, ConnectionPool& pool, bool checkPool);
         Lock(const Lock&) = delete;
-        /// Takes over the other's loan; the other is empty afterwards, also if the pools are
-        /// checked and unequal and nothing is taken. A loan that is overwritten, or not taken, is
-        /// not given back: its connection stays taken until reset() replaces it. So assign to empty
-        /// loans only, and a loan to itself never.
+        /// Takes over the other's loan, unless the pools are checked and unequal. The other is
+        /// empty afterwards in both cases. A loan that is overwritten, or not taken, is not given
+        /// back: its connection stays on loan until reset() replaces it. So assign to empty loans
+        /// only, and never a loan to itself.
         Lock& operator=(const Lock& other);
         /// Gives the connection back.
         ~Lock();
@@ -91,7 +90,7 @@ public:
         /// if the loan is empty; the string parameter says whether the pool had no connection to
         /// lend, and how long getConnection() waited for one.
         Connection& connection() const;
-        /// The handle to it, empty if the loan is; reset() takes a copy of it.
+        /// The handle to it, empty if the loan is. Pass a copy to reset().
         const RefConnection& ref() const { return m_connection; }
 
     private:
@@ -127,15 +126,15 @@ public:
     /// temporary tables and locks stay too; reset() replaces a connection that has some.
     Lock getConnection(bool wait);
 
-    /// Marks the lock's connection as free; the lock's destructor calls it. An empty lock, and a
-    /// connection that is not in the pool any more, make no difference.
+    /// Marks the lock's connection as free; the lock's destructor calls it. Does nothing if the
+    /// lock is empty or its connection is no longer in the pool.
     void returnConnection(Lock& lock);
 
-    /// Replaces the pool's connection of the same id by a new one, with a new id and last in order,
-    /// and returns it, on loan to the caller, who makes a Lock of it. The old connection is closed
-    /// when its last handle goes; the argument stays as it is. The new one may carry several
-    /// statements per query if the old one might. Returns an empty handle, and changes
-    /// nothing, if the pool has no connection of that id.
+    /// Replaces the pool's connection of the same id by a new one, which has a new id and comes
+    /// last in the pool's order. Returns the new one, on loan to the caller, who makes a Lock of
+    /// it. The old connection is closed when its last handle goes; the argument stays as it is. The
+    /// new one allows several statements per query if the old one did. If the pool has no
+    /// connection of that id, nothing changes and the handle that is returned is empty.
     ///
     /// Throws Exception("operator->", 1) if the handle is empty and the pool is not. If no new
     /// connection can be opened, throws what Connection throws, and the pool is one smaller.

@@ -12,17 +12,17 @@
 
 namespace Kestro::Database {
 
-/// Receives the result of a Query. Ready parsers stand in RowContainer.h; a program rarely writes
-/// one of its own.
+/// Receives the result of a Query. RowContainer.h has ready parsers; a program rarely needs one of
+/// its own.
 class KESTRO_API RowParser {
 public:
     virtual ~RowParser();
 
     /// Called by Query::execute() at most once per execution, on the same thread, after the server
     /// accepted the statement. The handles are those of the client interface (db_client.h): the
-    /// connection, and the result, which is null if the statement made none. Query owns the result
-    /// and frees it afterwards, also if this throws; what this throws leaves execute() unchanged.
-    /// Neither the result nor a row of it may be kept.
+    /// connection and the result, which is null if the statement made none. Query owns the result
+    /// and frees it afterwards, even if this throws, so neither the result nor a row of it may be
+    /// kept. What this throws comes out of execute() unchanged.
     virtual void parse(void* connection, void* result) = 0;
 };
 
@@ -34,33 +34,36 @@ public:
 ///     query.execute();
 ///
 /// The text is sent exactly as written, in one call: nothing is escaped, quoted or terminated on
-/// the way. Numbers are written in the classic locale, and floating-point ones in the shortest form
-/// that reads back as the same value, unless the stream is told otherwise (std::fixed, or a
-/// precision other than 6); a float is written as the double that it is. NaN and infinity, which
-/// SQL does not have, make execute() refuse. signed char and unsigned char, and so std::int8_t and
-/// std::uint8_t, are characters to a stream: literal() writes them as numbers. A Query refers to
-/// its connection and parser and owns neither; both must outlive it. It is meant for one statement:
-/// executing leaves the text and the place to write at as they are, so that what is written
-/// afterwards is appended, and executing again sends it all again.
+/// the way. A Query refers to its connection and parser and owns neither; both must outlive it. It
+/// is meant for one statement: execute() leaves the text and the write position as they are, so
+/// what is written afterwards is appended, and the next execute() sends all of it again.
 ///
-/// The buffer, rdbuf(), is a std::stringbuf for reading and writing: tellp() and seekp() work, what
-/// is written over a place replaces what stood there, and a std::istream on the buffer reads the
-/// text. Memory of one's own, which pubsetbuf() would give it, is not supported.
+/// Numbers are written as the classic locale writes them, and floating-point ones in the shortest
+/// form that reads back as the same value, unless the stream is told another format (std::fixed, or
+/// a precision other than 6). A float is written as the double of the same value. SQL has neither
+/// NaN nor infinity: execute() refuses a text into which one was written. To a stream, signed char
+/// and unsigned char, and so std::int8_t and std::uint8_t, are characters; literal() writes them as
+/// numbers.
+///
+/// The buffer, rdbuf(), is a std::stringbuf for reading and writing: seekp() lets a program
+/// overwrite a part of the text, and a std::istream on the buffer reads it. Do not give it memory
+/// of your own by pubsetbuf().
 ///
 /// Threads: one Query, and the connection it runs on, belong to one thread at a time.
 class KESTRO_API Query : public std::basic_ostream<char>, public virtual RefImpl {
 public:
-    /// Binds the query; nothing is sent. Without a parser, results are read and dropped.
-    /// With storeResult the whole result is transferred before the parser sees it. Without, a
-    /// parser that asks for rows one by one, as OneRowParser does, gets them as the server sends
-    /// them, and memory does not grow with their number; for one that asks for their number first,
-    /// as KyRowParser does, the result is transferred all the same.
+    /// Binds the query and sends nothing. Without a parser, results are read and dropped.
+    ///
+    /// With storeResult the whole result is in memory before the parser sees it. Without it, a
+    /// parser that asks for one row after the other, as OneRowParser does, gets each as the server
+    /// sends it, so that memory does not grow with their number. One that asks for the number of
+    /// rows first, as KyRowParser does, has the whole result transferred all the same.
     explicit Query(Connection& connection, RowParser* parser = nullptr, bool storeResult = true);
     Query(const Query&) = delete;
     Query& operator=(const Query&) = delete;
     ~Query() override;
 
-    /// A copy of all the text, wherever the next write goes and whatever NULs it holds.
+    /// A copy of all the text, NULs included, wherever the next write goes.
     std::string sql() const;
 
     /// Sends the text and hands its result to the parser. An empty text sends nothing.
@@ -77,8 +80,8 @@ public:
     /// text, if the link is lost while rows are streamed.
     void execute();
 
-    /// Number and text of this query's last refused execute(), 0 and "" before one; a success does
-    /// not clear them, and an exception out of the parser does not set them.
+    /// Number and text of this query's last refused execute(), 0 and "" before. A success does not
+    /// clear them, and an exception of the parser does not set them.
     int get_error_number() const { return m_errorNumber; }
     std::string get_error_message() const { return m_errorMessage; }
 
@@ -88,7 +91,8 @@ public:
     /// first one's.
     std::uint64_t get_lastid() const;
 
-    /// Rows changed, or delivered, by the last execute() that succeeded: the low 32 bits. 0 before.
+    /// The number of rows that the last successful execute() changed or delivered, its low 32 bits;
+    /// 0 before.
     std::uint32_t affectedRows() const { return m_affectedRows; }
 
 private:

@@ -9,10 +9,9 @@
 
 namespace Kestro::Database {
 
-/// The row of a count: its first column as a number, as strtol reads it (base 10, leading blanks
-/// and a sign, up to the first character that is no digit; 0 without digits), the low 32 bits of
-/// it. NULL reads as 0. parse() throws Exception("CountRow", 4) at QueryCount:19 if there are no
-/// columns.
+/// The row of a count: its first column as a number, as strtol reads it in base 10, of which the
+/// low 32 bits are kept. A text without digits, and NULL, read as 0. parse() throws
+/// Exception("CountRow", 4) at QueryCount:19 if there are no columns.
 class KESTRO_API CountRow : public RowImpl {
 public:
     std::int32_t count = 0; ///< the number; 0 before the first row
@@ -25,7 +24,8 @@ public:
 ///
 ///     const auto open = QueryCount(connection, "SELECT COUNT(*) FROM ticket WHERE open").count();
 ///
-/// All happens in the constructor, on the calling thread; the object keeps nothing but the number.
+/// The number has 32 bits, and what is no number counts as 0: scalar<T>() in Scalar.h has neither
+/// limit. The constructor does all the work; the object keeps nothing but the number.
 class KESTRO_API QueryCount {
 public:
     /// The statement is sent exactly as it is. Throws what Query::execute() throws.

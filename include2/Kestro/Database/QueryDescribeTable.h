@@ -24,24 +24,24 @@ public:
 
 /// The columns of a table, in the table's order.
 ///
-/// All happens in the constructor, on the calling thread; the object keeps nothing but the list.
+/// The constructor does all the work; the object keeps nothing but the list.
 class KESTRO_API QueryDescribeTable {
 public:
     /// One column.
     struct Field {
-        std::string name; ///< as it was given when the table was made
+        std::string name; ///< as the table has it
         std::string type; ///< as the server spells it, such as "int(11)"
     };
 
-    /// Sends "desc ", the table and ";". The table goes into the statement as it is: quote it where
-    /// it needs quoting (`...`), and never pass text from outside. Throws what Query::execute()
-    /// throws, for a table that does not exist too.
+    /// Sends "desc ", the table and ";". The table goes into the statement as it is: pass
+    /// identifier(name) for a name that needs quoting or comes from outside. Throws what
+    /// Query::execute() throws, also for a table that does not exist.
     QueryDescribeTable(Connection& connection, const std::string& table);
     virtual ~QueryDescribeTable();
 
     /// The columns. The reference lives as long as this object.
     const std::list<Field>& fields() const& { return m_fields; }
-    /// By value, so that a loop may run over the fields of a temporary.
+    /// By value, so that a loop over the fields of a temporary is safe.
     std::list<Field> fields() && { return std::move(m_fields); }
 
 private:

@@ -13,11 +13,11 @@ namespace Kestro::Database {
 ///
 ///     QueryFile(connection, "/usr/share/app/schema.sql").executeInOwnSession();
 ///
-/// The SQL is not read: the file is cut only behind ";" and a line feed, and each batch is sent as
-/// one text of several statements. A file whose lines end in CR LF, or without any such end of a
-/// statement, is one batch, however large; a ";" at the end of a line inside a text or a
-/// procedure's body may be a cut like any other. DELIMITER is a word of the command-line client and
-/// no SQL: the server refuses it. docs/scripts-and-loads.md tells more.
+/// The SQL is not parsed. The file is cut behind ";" and a line feed, nowhere else, and each batch
+/// is sent as one text of several statements. So a file whose lines end in CR LF is one batch,
+/// however large, and a ";" at the end of a line inside a text or a procedure's body may be cut at
+/// too. DELIMITER is a command of the command-line client, not SQL: the server refuses it, and
+/// Script (Script.h) reads it. docs/scripts-and-loads.md says more.
 ///
 /// Threads: one QueryFile, and its connection, belong to one thread at a time.
 class KESTRO_API QueryFile {
@@ -26,9 +26,9 @@ public:
     /// batches and no error. The connection must outlive the object.
     QueryFile(Connection& connection, const std::string& path);
 
-    /// Sends every batch in turn, as often as it is called. The first that is refused ends it with
-    /// what Query::execute() throws: the batches before it have run, of its own statements those
-    /// before the failing one, and nothing behind. A batch ends at its first NUL, if it has one.
+    /// Sends every batch in turn, as often as it is called. It stops at the first that is refused
+    /// and throws what Query::execute() throws. The batches before it have run then, and its own
+    /// statements up to the failing one; nothing behind that has. A batch ends at its first NUL.
     ///
     /// The connection must allow several statements in one text. Its session is afterwards what the
     /// script made of it: another database, autocommit switched off so that what follows is lost,
@@ -42,10 +42,10 @@ public:
     /// uncommitted are rolled back at its end. Throws also what Connection throws.
     void executeInOwnSession();
 
-    /// The batches: joined, they are the file, byte for byte. Empty for an empty file and for one
-    /// that could not be opened: only a look at the file itself tells which.
+    /// The batches. Joined, they are the file, byte for byte. There are none for an empty file and
+    /// for one that could not be opened; to tell which it is, look at the file.
     const std::list<std::string>& batches() const& { return m_statements; }
-    /// By value, so that a loop may run over the batches of a temporary.
+    /// By value, so that a loop over the batches of a temporary is safe.
     std::list<std::string> batches() && { return std::move(m_statements); }
 
 private:

@@ -13,22 +13,23 @@ namespace Kestro::Database {
 ///
 /// The server opens the file, not the program: it must be able to read it, the account needs the
 /// FILE privilege, and the server's secure_file_priv must allow the place. The format is the
-/// loader's own: values separated by a tab, a row to a line, \N for NULL, and what db_escape_string
-/// writes for the rest; it is read as UTF-8. Of two rows with one key the later remains.
+/// loader's own, in UTF-8: one row per line, values separated by tabs and escaped as
+/// db_escape_string does it, \N for NULL. Of two rows with the same key the later one remains.
 ///
-/// The table is emptied first and that is not undone: a load that is refused leaves it empty.
-/// docs/scripts-and-loads.md tells more.
+/// The table is emptied first. A load that is refused does not undo this, so the table is empty
+/// then. docs/scripts-and-loads.md says more.
 class KESTRO_API QueryLoadData {
 public:
-    /// Selects the database by reopening the link, empties the table and loads the file, on the
-    /// calling thread. The connection stays on the database, and what its session held, such as an
-    /// open transaction, is gone. Table and file go into statements as they are, the table as a
-    /// LIKE pattern too: never pass text from outside; a name that needs quoting cannot be loaded.
+    /// Selects the database by reopening the link, empties the table and loads the file. The
+    /// connection stays on the database; what its session held, such as an open transaction, is
+    /// gone. The table and the file's path go into statements as they are, and the table into a
+    /// LIKE pattern too, so never pass text from outside. A table whose name needs quoting cannot
+    /// be loaded.
     ///
-    /// Throws DatabaseException with int parameter 4, file "Query", and before anything was
-    /// changed: line 168 and "database not exist" if the database cannot be selected, line 176 and
-    /// "table not exist" if it has no such table; and what Query::execute() throws if the server
-    /// refuses.
+    /// Throws DatabaseException with int parameter 4 and file "Query", before anything is changed:
+    /// line 168 and "database not exist" if the database cannot be selected, line 176 and "table
+    /// not exist" if it has no such table. If the server refuses a statement, throws what
+    /// Query::execute() throws.
     QueryLoadData(Connection& connection, const std::string& database, const std::string& table,
                   const std::string& file);
     ~QueryLoadData();

@@ -23,7 +23,7 @@ public:
 
 /// The names of the tables, and views, of the connection's database, in byte-wise order.
 ///
-/// All happens in the constructor, on the calling thread; the object keeps nothing but the names.
+/// The constructor does all the work; the object keeps nothing but the names.
 class KESTRO_API QueryTableNames {
 public:
     /// Sends "show tables;". Throws what Query::execute() throws.
@@ -31,7 +31,7 @@ public:
 
     /// The names. The reference lives as long as this object.
     const std::set<std::string>& names() const& { return m_tableNames; }
-    /// By value, so that a loop may run over the names of a temporary.
+    /// By value, so that a loop over the names of a temporary is safe.
     std::set<std::string> names() && { return std::move(m_tableNames); }
 
 private:
@@ -53,8 +53,8 @@ private:
 /// Whether the connection's database has a table whose name matches a pattern.
 ///
 /// The name is a LIKE pattern: "_" in it stands for any one character and "%" for any number of
-/// them, so `my_table` is also found as "my1table". For an exact answer look into
-/// QueryTableNames::names(), or write the pattern's characters as "\_" and "\%".
+/// them, so "my_table" finds a table my1table too. For an exact answer look into
+/// QueryTableNames::names(), or write the two characters as "\_" and "\%".
 class KESTRO_API QueryTableExists {
 public:
     /// Sends "show tables like '", the name and "';". The name goes into the statement as it is: a

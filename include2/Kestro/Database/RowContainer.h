@@ -12,8 +12,8 @@
 #include <string_view>
 
 /// \file
-/// How the rows of a result reach a program: a row object reads the columns it wants from one row
-/// at a time, and a parser walks the rows.
+/// How the rows of a result reach a program: a parser walks the rows, and a row object reads the
+/// columns it wants from each.
 ///
 ///     struct City : RowImpl {
 ///         std::string name;
@@ -35,8 +35,8 @@
 ///         std::cout << city.name << '\n';
 ///     }
 ///
-/// Threads: rows and containers may be released on any thread; reading and filling them belongs to
-/// one thread at a time, a container counting together with its copies.
+/// Threads: rows and containers may be released on any thread. A container and its copies are read
+/// and filled by one thread at a time.
 namespace Kestro::Database {
 
 namespace detail {
@@ -71,13 +71,13 @@ public:
     ~RowImpl() override;
 
     /// Called once per row with the handles of the client interface. Returns true to ask for the
-    /// next row, false to stop; KyRowParser does not look at it. May throw.
+    /// next row, false to stop; KyRowParser ignores it. May throw.
     virtual bool parse(void* connection, void* result, void* row) = 0;
 
 protected:
-    /// The value in a column of the row that parse() was called with: all its bytes, NUL among them
-    /// too, or nothing for SQL NULL and for a column that the result does not have. The bytes live
-    /// until parse() returns.
+    /// The value in a column (counted from 0) of the row that parse() was called with: all its
+    /// bytes, NULs included, or nothing for SQL NULL and for a column that the result does not
+    /// have. The bytes live until parse() returns.
     static std::optional<std::string_view> column(void* connection, void* result, void* row,
                                                   int index)
     {
@@ -105,7 +105,7 @@ private:
     static void requireColumn(void* connection, void* result, int index);
 };
 
-/// A row object that reads nothing, for results of which only the number of rows matters.
+/// A row object that reads nothing, for results whose number of rows is all that matters.
 class KESTRO_API NoopRowImpl : public RowImpl {
 public:
     ~NoopRowImpl() override;
@@ -123,19 +123,19 @@ private:
     std::list<Ref<RowImpl>> m_rows;
 };
 
-/// Rows in the order in which they were added. Copies are shallow: they share the rows, and rows
-/// added through one are seen through all. Rows live as long as a container or a handle holds them.
+/// Rows in the order in which they were added. Copies share the rows: what is added through one is
+/// seen through all. A row lives as long as a container or a handle holds it.
 class KESTRO_API RowContainer {
 public:
-    /// Empty, and shared with none.
+    /// Empty, and shared with no other.
     RowContainer();
     RowContainer(const RowContainer& other);
     RowContainer& operator=(const RowContainer& other);
     virtual ~RowContainer();
 
-    /// The reference lives as long as a container shares these rows.
+    /// The reference is valid as long as a container shares these rows.
     const std::list<Ref<RowImpl>>& rows() const;
-    /// Appends a handle to the same row object; the second form takes the handle over.
+    /// Appends a handle to the same row object. The second form takes the handle over.
     void add(const Ref<RowImpl>& row);
     void add(Ref<RowImpl>&& row);
 
@@ -149,8 +149,8 @@ public:
     ~AllRowParser() override;
 
 protected:
-    /// Adds one object, made by `make` with new, for every row of the result to the container. If a
-    /// row throws, those before it stay in the container.
+    /// Adds an object to the container for every row of the result; `make` creates it with new. If
+    /// a row throws, those before it stay in the container.
     static void addRows(void* connection, void* result, RowContainer& container,
                         RowImpl* (*make)());
 };

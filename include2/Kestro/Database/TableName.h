@@ -6,14 +6,15 @@
 
 namespace Kestro::Database {
 
-/// The name of a table in both of its forms: the short one, and the full one (`fqn`) under which
-/// the database knows it, which is the prefix "ky_" and the short one. A plain value: distinct
-/// objects are independent, and one may be read by several threads.
+/// The name of a table in both of its forms: the short one, and the full one (`fqn`) that the table
+/// has in the database, which is the prefix "ky_" followed by the short one.
+///
+/// Threads: a plain value; several threads may read one object.
 class KESTRO_API TableName {
 public:
     /// Both forms empty.
     TableName() = default;
-    /// As parse(), but always with the base class's prefix.
+    /// Like parse(), but always with the prefix of this class, not of a derived one.
     TableName(const std::string& text, bool isFqn);
     TableName(const TableName&) = default;
     TableName& operator=(const TableName&) = default;
@@ -31,10 +32,10 @@ public:
     /// "ky_". A class that overrides it returns a text that lives as long as its objects. Any
     /// thread may call it.
     virtual const std::string& prefix() const;
-    /// For derived classes to mark tables; the library does not ask. False.
+    /// Lets derived classes mark tables; the library ignores it. The base returns false.
     virtual bool exclude() const;
 
-    /// All by the full form alone, as std::string compares.
+    /// These compare the full forms, as std::string does.
     bool operator<(const TableName& other) const { return m_fqn < other.m_fqn; }
     bool operator==(const TableName& other) const { return m_fqn == other.m_fqn; }
     bool operator!=(const TableName& other) const { return m_fqn != other.m_fqn; }

@@ -48,7 +48,9 @@ KESTRO_API std::ostream& operator<<(std::ostream& os, const DBSelectRange& range
 ///
 /// Every writer takes a mask and writes the columns whose flags share a bit with it, as a text or
 /// into a stream, unformatted. Values are escaped and in the quotation marks of their kind; names
-/// and prefixes are written as they are.
+/// and prefixes are written as they are. A writer throws Exception, whose string parameter names
+/// the column, and has written nothing, if a value has no text in SQL or values() and keyvalues()
+/// meet a null handle.
 ///
 /// Threads: a map belongs to one thread at a time, with the variables that it binds.
 class KESTRO_API KYDBKeyVarMap {
@@ -66,12 +68,17 @@ public:
     /// Removes every binding.
     void clear();
 
-    /// Stores a text in the name's variable and returns 0; -1 if the name is not bound.
-    int assign(const std::string& name, const std::string& value);
+    /// Stores a text in the name's variable and returns 0; -1 if the name is not bound, or bound to
+    /// a null handle. Throws Exception, whose string parameter names column and value, if an exact
+    /// reference does not take the text.
+    [[nodiscard]] int assign(const std::string& name, const std::string& value);
     /// Fills the variables from the columns of a row, by position, and returns size(); -1 for null.
-    /// A NULL leaves its variable as it is, and so does a column that the row does not have.
+    /// NULL, and a column that the row does not have, empties a std::optional and leaves every
+    /// other variable as it is; the column of a null handle is skipped. Throws Exception as
+    /// assign() does: the columns before that one are filled. If there are exact references, the
+    /// row must be the one fetched last.
     int parse(DBRowResult* row);
-    /// Writes a line for each name, for people: position, name and value.
+    /// Writes a line for each name, for people: position, name and value, numbers in decimal.
     void dump(std::ostream& os) const;
 
     /// `id,name`, or `t.id,t.name` with prefix "t".

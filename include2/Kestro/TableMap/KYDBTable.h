@@ -47,6 +47,7 @@ public:
 
     /// Fills the variables from a row whose columns are in the order of binding, as sql_keys() with
     /// KYDB_FLAG_ALL lists them. Does not run the hook. Returns the number of columns, -1 for null.
+    /// What KYDBKeyVarMap::parse() throws passes through, and the error record keeps it.
     virtual int parse(DBRowResult* row);
 
     /// The name as it stands in statements.
@@ -58,10 +59,11 @@ public:
     Database::Connection& DBConnection();
     /// Runs a query through the handle and returns 0, or keeps number and message of its failure
     /// and returns -1. Does not run the hook. Throws std::runtime_error if there is no handle.
-    int execute(Database::Query& query);
+    [[nodiscard]] int execute(Database::Query& query);
 
     /// Number and message of the record's own last failure, 0 and "" before it; a success does not
-    /// clear them.
+    /// clear them. The number is the server's, or 2000 for a value that does not fit its variable
+    /// or has no text in SQL: the message names the column.
     int get_error_number() const { return m_errorNumber; }
     std::string get_error_message() const { return m_errorMessage; }
 
@@ -70,7 +72,7 @@ public:
     /// Forgets all bindings; a hook that binds when there are none binds anew.
     void dbmap_clear() { m_dbmap.clear(); }
 
-    /// The fragments of KYDBKeyVarMap, into a stream or as a text.
+    /// The fragments of KYDBKeyVarMap, into a stream or as a text. They throw what it throws.
     void sql_keys(std::ostream& os, int mask, const std::string& prefix);
     std::string sql_keys(int mask, const std::string& prefix);
     std::ostream& sql_values(std::ostream& os, int mask);
@@ -82,8 +84,9 @@ public:
     std::ostream& sql_valuesforfile(std::ostream& os, int mask);
     std::string sql_valuesforfile(int mask);
     void dump(std::ostream& os);
-    /// Stores a text in a column's variable and returns 0; -1 if the name is not bound.
-    int assign(const std::string& name, const std::string& value);
+    /// Stores a text in a column's variable and returns 0; -1 if the name is not bound, or if the
+    /// text does not fit, which the error record keeps.
+    [[nodiscard]] int assign(const std::string& name, const std::string& value);
 
 protected:
     /// The hook: sets the table's name and the database and binds the columns. Runs in front of
@@ -98,25 +101,31 @@ protected:
     KYDBKeyVarMap m_dbmap; ///< the bindings, in the order in which the hook made them
 
 private:
+    friend class KYDBTableSimple;
+
+    void keep(const Exception& failure);
+    bool writePairs(std::string& text, int mask, const std::string& separator);
+
     std::string m_tableName;
     KYDBDatabase* m_dbDatabase = nullptr;
+    bool m_failedInParse = false; // so that execute() leaves what parse() kept
 };
 
 /// A record that fetches, saves and removes itself.
 ///
 /// Each returns 0 if the server accepted the statement, whether or not there was such a row, and -1
-/// if not: get_error_number() and get_error_message() then tell why. Each throws std::runtime_error
-/// if the record has no database.
+/// if not, or if a value does not go into SQL or into its variable: get_error_number() and
+/// get_error_message() then say why. Each throws std::runtime_error if the record has no database.
 class KESTRO_API KYDBTableSimple : public KYDBTableBase {
 public:
     /// Fetches by the columns with KYDB_FLAG_KEY; the parser, such as a KYDBRecordParser, fills the
     /// record. What a parser throws other than a Kestro::Exception passes through.
-    int get(Database::RowParser* parser);
+    [[nodiscard]] int get(Database::RowParser* parser);
     /// Inserts the columns with KYDB_FLAG_SAVE. With update a row that has one of their unique keys
     /// is updated instead of refused.
-    int save(bool update);
+    [[nodiscard]] int save(bool update);
     /// Deletes the rows that match the columns with KYDB_FLAG_KEY.
-    int remove();
+    [[nodiscard]] int remove();
 };
 
 /// The row parser that fills a record from the first row of a result:
@@ -161,7 +170,7 @@ public:
     Database::Connection& DBConnection();
     /// Runs a query through the handle and returns 0, or keeps number and message of its failure
     /// and returns -1. Does not run the hook. Throws std::runtime_error if there is no handle.
-    int execute(Database::Query& query);
+    [[nodiscard]] int execute(Database::Query& query);
 
     /// Number and message of this object's own last failure, 0 and "" before it; a success does not
     /// clear them.

@@ -36,18 +36,25 @@ public:
     void selectDB(const std::string& database);
 
     /// Runs the query, after reopening a connection that was closed. Returns 0, or -1 if a
-    /// Kestro::Exception came out of it: the error record then has the query's number and message
-    /// (0 and "" if it was the reopening that failed), and a trace line is written if the debug
-    /// mask has both bits of 0x80008. Exceptions of other types, from a parser, pass through.
-    int Query_real(Database::Query& query);
+    /// Kestro::Exception came out of it: the error record then has the query's number and message,
+    /// which are 0 and "" if the reopening failed or the parser threw, and a trace line is written
+    /// if the debug mask has both bits of 0x80008. Exceptions of other types, from a parser, pass
+    /// through.
+    [[nodiscard]] int Query_real(Database::Query& query);
     /// The same.
-    int Query(Database::Query& query);
+    [[nodiscard]] int Query(Database::Query& query);
     /// The same for a text, sent as it is, and a parser or null.
-    int Query(const std::string& sql, Database::RowParser* parser);
+    [[nodiscard]] int Query(const std::string& sql, Database::RowParser* parser);
+
+    /// As Query(), for programs that work with exceptions: throws what Connection::connect() and
+    /// Database::Query::execute() throw, and the error record stays. The second form returns the
+    /// number of rows that were changed or delivered.
+    void execute(Database::Query& query);
+    std::uint32_t execute(const std::string& sql, Database::RowParser* parser = nullptr);
 
     /// Number and message of the last failure, of whichever thread; 0 and "" before it. A success
-    /// does not clear them. They are written together: what a thread's own failure was, its query
-    /// and its record tell.
+    /// does not clear them, and neither waits for a statement. Each query and record keeps its own
+    /// failure: between two calls here another thread may have failed.
     int get_error_number() const;
     std::string get_error_message() const;
 
@@ -56,9 +63,10 @@ private:
     Database::Connection& opened();
 
     Database::Connection m_connection;
-    mutable Mutex m_mutex;
+    Mutex m_mutex; // guards the connection
     std::string m_errorMessage;
     std::int32_t m_errorNumber = 0;
+    mutable Mutex m_recordMutex; // guards the error record
 };
 
 } // namespace Kestro
