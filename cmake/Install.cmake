@@ -1,4 +1,5 @@
-# What `cmake --install` installs, and the two Debian packages that `cpack` makes of it.
+# What `cmake --install` installs, in three components: runtime (the libraries), tools (the programs,
+# see Programs.cmake) and development.
 include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
 
@@ -13,11 +14,6 @@ install(TARGETS kestrodb kestroclient kestroplatform kestro_database EXPORT Kest
   FILE_SET HEADERS DESTINATION ${headers} COMPONENT development
   INCLUDES DESTINATION ${headers})
 
-set_target_properties(kestro-doctor kestro-record kestro-script PROPERTIES
-  INSTALL_RPATH $ORIGIN/../${CMAKE_INSTALL_LIBDIR})
-install(TARGETS kestro-doctor kestro-script RUNTIME COMPONENT runtime)
-install(TARGETS kestro-record RUNTIME COMPONENT development)
-
 install(EXPORT KestroDB NAMESPACE Kestro:: FILE KestroDBTargets.cmake
   DESTINATION ${package_directory} COMPONENT development)
 configure_package_config_file(cmake/KestroDBConfig.cmake.in KestroDBConfig.cmake
@@ -29,29 +25,15 @@ install(FILES
   ${CMAKE_CURRENT_BINARY_DIR}/KestroDBConfigVersion.cmake
   DESTINATION ${package_directory} COMPONENT development)
 
-# The prefix is told relative to the file, so that an installed tree may be moved.
+# The file names the prefix relative to itself, so that an installed tree may be moved.
 file(RELATIVE_PATH up_to_prefix
   /prefix/${CMAKE_INSTALL_LIBDIR}/pkgconfig /prefix)
 configure_file(cmake/kestrodb.pc.in kestrodb.pc @ONLY)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/kestrodb.pc
   DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT development)
 
-set(CPACK_GENERATOR DEB)
-set(CPACK_PACKAGE_NAME kestrodb)
-set(CPACK_PACKAGE_CONTACT "The KestroDB maintainers <maintainers@kestrodb.example>")
-set(CPACK_PACKAGE_DESCRIPTION_SUMMARY ${PROJECT_DESCRIPTION})
-set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
-set(CPACK_STRIP_FILES ON)
-set(CPACK_COMPONENTS_ALL runtime development)
-set(CPACK_DEB_COMPONENT_INSTALL ON)
-set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
-set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME libkestrodb0)
-set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION libs)
-set(CPACK_DEBIAN_RUNTIME_PACKAGE_SHLIBDEPS ON)
-# One of the libraries needs the others, which are in no package yet.
-set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${CMAKE_LIBRARY_OUTPUT_DIRECTORY})
-set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
-set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME libkestrodb-dev)
-set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
-set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS "libkestrodb0 (= ${PROJECT_VERSION})")
-include(CPack)
+# The pages of docs/ link to each other.
+install(DIRECTORY docs DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT development
+  FILES_MATCHING PATTERN *.md PATTERN *.svg)
+install(DIRECTORY examples DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT development
+  FILES_MATCHING PATTERN *.cpp)

@@ -11,7 +11,8 @@ if ($file =~ /\.md$/) {
     while (<>) {
         s/^## ([0-9]+)$/## $1 {#error_$1}/;
         s/\]\(#([0-9]+)\)/](#error_$1)/g;
-        s/^# The platform layer$/$& {#platform}/;
+        # Doxygen links the name of a class, but not in code.
+        s/`(Kestro::[\w:]+)(<T>)?((?:\(\))?)`/$1$3/g if $file =~ /reference\.md$/;
         print;
     }
     exit;

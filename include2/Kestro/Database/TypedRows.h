@@ -18,6 +18,7 @@ public:
     /// A forward iterator.
     class Iterator {
     public:
+        /// What a forward iterator names.
         using iterator_category = std::forward_iterator_tag;
         using value_type = T;
         using difference_type = std::ptrdiff_t;
@@ -25,6 +26,7 @@ public:
         using reference = T&;
 
         Iterator() = default;
+        /// Points to the row of this handle.
         explicit Iterator(Handles::const_iterator handle) : m_handle(handle) {}
 
         /// Throws std::bad_cast if the row is not a T.
@@ -42,8 +44,10 @@ public:
         Handles::const_iterator m_handle;
     };
 
+    /// Shares the rows with the container.
     explicit TypedRows(const RowContainer& container) : m_container(container) {}
 
+    /// The range, in the order of the container.
     Iterator begin() const { return Iterator(m_container.rows().begin()); }
     Iterator end() const { return Iterator(m_container.rows().end()); }
     /// Their number.
