@@ -43,9 +43,9 @@ public:
     virtual void assign(const std::string& text) = 0;
     /// Returns a new reference to the same variable. The caller owns it.
     virtual VarRefBase* dup() const = 0;
-    /// Appends to a text what streamout() writes to a new stream in the classic locale. The
-    /// library's own classes do it without a stream; for an object of a class derived from them
-    /// they call its streamout().
+    /// Appends to a text what streamout() writes to a new stream, which writes numbers as a Query
+    /// does. The library's own classes do it without a stream; for an object of a class derived
+    /// from them they call its streamout(). Throws Exception for NaN and infinity.
     virtual void append(std::string& text) const;
     /// Whether the value is SQL NULL. A map then writes NULL into a statement and \N into a data
     /// file, without streamout(). The base returns false.
