@@ -111,7 +111,7 @@ bool VarRefBase::isNull() const
     return false;
 }
 
-void VarRefBase::assign(const char* value, std::size_t /*length*/)
+void VarRefBase::assignBytes(const char* value, std::size_t /*length*/)
 {
     assign(value);
 }
@@ -382,7 +382,7 @@ int KYDBKeyVarMap::parse(DBRowResult* row)
     for (const Column& column : m_columns) {
         if (!column.variable.isNull()) {
             naming(column.name, [&] {
-                column.variable->assign(
+                column.variable->assignBytes(
                     db_result_get_value(row->connection, row->result, row->row, index),
                     db_result_field_length(row->result, index));
             });

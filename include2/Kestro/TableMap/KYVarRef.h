@@ -52,7 +52,7 @@ public:
     virtual bool isNull() const;
     /// Stores a fetched value of `length` bytes, any bytes, or null as above. The base ignores the
     /// length and calls assign(const char*), so it stores the text up to the first NUL.
-    virtual void assign(const char* value, std::size_t length);
+    virtual void assignBytes(const char* value, std::size_t length);
 
 protected:
     /// The quotation() of texts.
@@ -198,7 +198,7 @@ public:
         }
     }
     bool isNull() const override { return value() == nullptr; }
-    void assign(const char* value, std::size_t length) override
+    void assignBytes(const char* value, std::size_t length) override
     {
         if (value != nullptr) {
             assign(std::string(value, length));
