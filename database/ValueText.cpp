@@ -89,7 +89,9 @@ bool takeTime(std::string_view& text, detail::Microseconds& time)
 
 } // namespace
 
-template <Number T> void ValueText<T>::append(std::string& text, const T& value)
+namespace detail {
+
+template <class T> void NumberText<T>::append(std::string& text, const T& value)
 {
     if constexpr (std::same_as<T, bool>) {
         text += value ? '1' : '0';
@@ -105,7 +107,7 @@ template <Number T> void ValueText<T>::append(std::string& text, const T& value)
     }
 }
 
-template <Number T> bool ValueText<T>::parse(std::string_view text, T& value)
+template <class T> bool NumberText<T>::parse(std::string_view text, T& value)
 {
     if constexpr (std::same_as<T, bool>) {
         const bool isTrue = text == "1" || text == std::string_view("\1", 1);
@@ -131,19 +133,21 @@ template <Number T> bool ValueText<T>::parse(std::string_view text, T& value)
     }
 }
 
-template struct ValueText<bool>;
-template struct ValueText<signed char>;
-template struct ValueText<unsigned char>;
-template struct ValueText<short>;
-template struct ValueText<unsigned short>;
-template struct ValueText<int>;
-template struct ValueText<unsigned>;
-template struct ValueText<long>;
-template struct ValueText<unsigned long>;
-template struct ValueText<long long>;
-template struct ValueText<unsigned long long>;
-template struct ValueText<float>;
-template struct ValueText<double>;
+template struct NumberText<bool>;
+template struct NumberText<signed char>;
+template struct NumberText<unsigned char>;
+template struct NumberText<short>;
+template struct NumberText<unsigned short>;
+template struct NumberText<int>;
+template struct NumberText<unsigned>;
+template struct NumberText<long>;
+template struct NumberText<unsigned long>;
+template struct NumberText<long long>;
+template struct NumberText<unsigned long long>;
+template struct NumberText<float>;
+template struct NumberText<double>;
+
+} // namespace detail
 
 void ValueText<year_month_day>::append(std::string& text, const year_month_day& value)
 {

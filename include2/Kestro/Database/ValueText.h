@@ -38,13 +38,21 @@ concept Number = std::same_as<T, bool> || std::same_as<T, signed char> ||
     std::same_as<T, unsigned long> || std::same_as<T, long long> ||
     std::same_as<T, unsigned long long> || std::same_as<T, float> || std::same_as<T, double>;
 
+namespace detail {
+
+// Of a Number. (The members of a constrained specialisation cannot be defined elsewhere: clang 14.)
+template <class T> struct KESTRO_API NumberText {
+    static void append(std::string& text, const T& value);
+    static bool parse(std::string_view text, T& value);
+};
+
+} // namespace detail
+
 /// Numbers, in decimal. A bool is 1 or 0; the single byte of a BIT(1) column is read as one too. A
 /// float or double is written in the shortest form that reads back as the same value; append()
 /// throws Exception for NaN and infinity.
-template <Number T> struct KESTRO_API ValueText<T> {
+template <Number T> struct ValueText<T> : detail::NumberText<T> {
     static constexpr bool Quoted = false;
-    static void append(std::string& text, const T& value);
-    static bool parse(std::string_view text, T& value);
 };
 
 /// Texts, any bytes.
