@@ -360,7 +360,8 @@ void ScriptReader::cut(std::string& text)
         source.at += bytes;
     };
     const auto isSpecial = [&](char c) {
-        return (state.special[static_cast<unsigned char>(c)] >> inside & 1U) != 0;
+        const unsigned marks = state.special[static_cast<unsigned char>(c)];
+        return (marks >> inside & 1U) != 0;
     };
 
     for (;;) {

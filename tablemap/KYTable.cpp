@@ -3,6 +3,7 @@
 #include <Kestro/TableMap/KYVarRef.h>
 
 #include "Escaped.h"
+#include "SqlStream.h"
 
 #include <db_client.h>
 
@@ -29,6 +30,7 @@ constexpr std::size_t ColumnInSql = 32; // a guess at its length; longer ones gr
 constexpr char File[] = "KYTable";
 constexpr unsigned NoVariableLine = 1;
 constexpr unsigned MisfitLine = 2;
+constexpr unsigned NoTextLine = 3;
 constexpr char NoVariable[] = "no variable";
 constexpr int UnknownError = 2000; // the client interface's number for a failure without another
 
@@ -89,8 +91,11 @@ bool VarRefBase::empty() const
 void VarRefBase::append(std::string& text) const
 {
     std::ostringstream stream;
-    stream.imbue(std::locale::classic());
+    stream.imbue(Database::sqlLocale());
     streamout(stream);
+    if (const char* refusal = Database::refusedNumber(stream)) {
+        throw Exception(refusal, 4, File, NoTextLine);
+    }
     text += stream.view();
 }
 
@@ -106,7 +111,7 @@ bool VarRefBase::isNull() const
     return false;
 }
 
-void VarRefBase::assign(const char* value, std::size_t /*length*/)
+void VarRefBase::assignBytes(const char* value, std::size_t /*length*/)
 {
     assign(value);
 }
@@ -260,19 +265,19 @@ class DecimalNumbers {
 public:
     explicit DecimalNumbers(std::ostream& os)
         : m_os(os), m_flags(os.flags()), m_locale(os.getloc()),
-          m_isClassic(m_locale == std::locale::classic())
+          m_isPlain(m_locale == std::locale::classic() || m_locale == Database::sqlLocale())
     {
         constexpr auto Kept = std::ios_base::adjustfield | std::ios_base::unitbuf;
         os.flags(std::ios_base::dec | (m_flags & Kept));
-        if (!m_isClassic) {
-            os.imbue(std::locale::classic());
+        if (!m_isPlain) {
+            os.imbue(Database::sqlLocale());
         }
     }
     DecimalNumbers(const DecimalNumbers&) = delete;
     DecimalNumbers& operator=(const DecimalNumbers&) = delete;
     ~DecimalNumbers()
     {
-        if (!m_isClassic) {
+        if (!m_isPlain) {
             m_os.imbue(m_locale);
         }
         m_os.flags(m_flags);
@@ -282,7 +287,7 @@ private:
     std::ostream& m_os;
     std::ios_base::fmtflags m_flags;
     std::locale m_locale;
-    bool m_isClassic;
+    bool m_isPlain;
 };
 
 } // namespace
@@ -377,7 +382,7 @@ int KYDBKeyVarMap::parse(DBRowResult* row)
     for (const Column& column : m_columns) {
         if (!column.variable.isNull()) {
             naming(column.name, [&] {
-                column.variable->assign(
+                column.variable->assignBytes(
                     db_result_get_value(row->connection, row->result, row->row, index),
                     db_result_field_length(row->result, index));
             });
