@@ -157,8 +157,7 @@ std::string Connection::escapeString(const std::string& text) const
 
 std::uint32_t Connection::execute(const std::string& statement, RowParser* parser)
 {
-    Query query(*this, parser, true);
-    query << statement;
+    Query query(*this, statement, parser, true);
     query.execute();
     return query.affectedRows();
 }

@@ -65,7 +65,12 @@ struct FreeResult {
 RowParser::~RowParser() = default;
 
 Query::Query(Connection& connection, RowParser* parser, bool storeResult)
-    : std::basic_ostream<char>(nullptr), m_connection(connection), m_buffer(room()),
+    : Query(connection, room(), parser, storeResult)
+{}
+
+Query::Query(Connection& connection, std::string text, RowParser* parser, bool storeResult)
+    : std::basic_ostream<char>(nullptr), m_connection(connection),
+      m_buffer(std::move(text), std::ios_base::in | std::ios_base::out | std::ios_base::ate),
       m_parser(parser), m_storeResult(storeResult)
 {
     rdbuf(&m_buffer);
