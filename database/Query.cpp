@@ -69,11 +69,13 @@ Query::Query(Connection& connection, RowParser* parser, bool storeResult)
 {}
 
 Query::Query(Connection& connection, std::string text, RowParser* parser, bool storeResult)
-    : std::basic_ostream<char>(nullptr), m_connection(connection),
-      m_buffer(std::move(text), std::ios_base::in | std::ios_base::out | std::ios_base::ate),
+    : std::basic_ostream<char>(nullptr), m_connection(connection), m_buffer(std::move(text)),
       m_parser(parser), m_storeResult(storeResult)
 {
     rdbuf(&m_buffer);
+    if (!m_buffer.view().empty()) {
+        m_buffer.pubseekoff(0, std::ios_base::end, std::ios_base::out);
+    }
 #ifdef __GLIBCXX__
     // The stream has just looked up the facets of the global locale. imbue() would look all of them
     // up again, which is a tenth of the cost of a short statement, so set the one that matters.
