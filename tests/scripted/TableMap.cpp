@@ -149,6 +149,13 @@ TEST(TableMap, ExactReferencesWriteAndTakeTheWholeValue)
     for (const auto& [actual, expected] : rows) {
         EXPECT_EQ(actual, expected);
     }
+    for (const std::size_t length : {501UL, 1000UL, 65537UL}) { // not on the stack
+        std::string escaped;
+        for (std::size_t i = 0; i < length; ++i) {
+            escaped += "\\\"";
+        }
+        EXPECT_EQ(written(std::string(length, '"')), "(\"" + escaped + "\")" + escaped + '\n');
+    }
 }
 
 TEST(TableMap, NullHandlesAreNeverFollowedAndDumpShowsAll)
