@@ -141,7 +141,7 @@ private:
 
     /// Of the Transaction that is open on this connection.
     enum class TransactionState { None, Open, Lost };
-    void lose(int errorNumber);
+    void failed(int errorNumber); // a statement, or the link: the transaction may be lost
 
     void* m_handle = nullptr;
     std::string m_database;
