@@ -32,7 +32,8 @@ public:
     int errorNumber() const { return m_errorNumber; }
 
     /// The text of asString() with the error number in it, if there is one. A long text, that is a
-    /// long statement, is cut here; the string parameter has all of it.
+    /// long statement, is cut here; the string parameter has all of it. What is changed after the
+    /// construction is in asString() only.
     const char* what() const noexcept override;
 
 private:
