@@ -15,6 +15,7 @@ using namespace std::chrono;
 constexpr char File[] = "ValueText";
 constexpr unsigned NoNumberLine = 1;
 constexpr unsigned NoDateLine = 2;
+constexpr unsigned NoTimeLine = 3;
 
 // Enough for every digit, a sign, a point and an exponent.
 constexpr std::size_t NumberSize = 32;
@@ -174,10 +175,18 @@ bool ValueText<year_month_day>::parse(std::string_view text, year_month_day& val
 
 namespace detail {
 
+void appendDay(std::string& text, sys_days value)
+{
+    // A year_month_day takes the low 16 bits of a year.
+    const bool isDate =
+        value >= sys_days(year(0) / 1 / 1) && value <= sys_days(year(9999) / 12 / 31);
+    ValueText<year_month_day>::append(text, isDate ? year_month_day(value) : year_month_day());
+}
+
 void appendMoment(std::string& text, sys_time<Microseconds> value)
 {
     const auto day = floor<days>(value);
-    ValueText<year_month_day>::append(text, day);
+    appendDay(text, day);
     text += ' ';
     appendTime(text, value - day);
 }
@@ -196,6 +205,10 @@ bool parseMoment(std::string_view text, sys_time<Microseconds>& value)
 
 void appendTime(std::string& text, Microseconds value)
 {
+    constexpr Microseconds Limit = hours(839); // of the server's TIME
+    if (value <= -Limit || value >= Limit) {
+        throw Exception("SQL has no such time", 4, File, NoTimeLine);
+    }
     const hh_mm_ss parts(value);
     text += parts.is_negative() ? "-" : "";
     append(text, parts.hours().count(), 2);

@@ -20,7 +20,7 @@ public:
     /// The reference lives until the next change of this object.
     virtual const std::string& stringParameter() const;
     virtual void stringParameter(const std::string& text);
-    void stringParameter(std::string&& text);
+    void stringParameter(std::string&& text); ///< calls the one before, without a copy
 
     /// 0 for a refused connect, 1 for access through an empty handle, 4 for the library's own
     /// failures.
