@@ -108,6 +108,11 @@ void Query::execute()
 // A NUL must follow the text, or be its last character.
 void Query::send(std::string_view statement)
 {
+    if (m_connection.m_transaction == Connection::TransactionState::Lost) {
+        m_errorMessage = "the transaction was lost, so nothing is sent before its end";
+        m_errorNumber = m_connection.m_lostBy;
+        refuse(statement);
+    }
     void* const handle = m_connection.m_handle;
     const auto run = m_storeResult ? db_query : db_use_query;
     void* received = nullptr;
