@@ -56,7 +56,7 @@ Exit status:
   2  wrong usage
 )"};
 
-constexpr char Advice[] = "fetchAll() works, and the comment of each class says what else does";
+constexpr char Advice[] = "fetchAll() works, and the class says in its comment what else does";
 
 struct ColumnRows : RowImpl {
     std::vector<Column> columns;
