@@ -146,9 +146,8 @@ Script::Script(const std::string& path, Connection& connection)
     : m_connection(connection), m_state(std::make_unique<State>(path))
 {
     if (connection.enableMultipleStatementsPerQuery() != 0) {
-        DatabaseException failure(4, "Script");
-        failure.stringParameter(connection.errorMessage());
-        throw failure;
+        throw DatabaseException(4, "Script", 0, connection.errorMessage(),
+                                connection.errorNumber());
     }
 }
 
@@ -269,9 +268,8 @@ void Script::failed(std::size_t last)
             state.next = last + 1;
         }
     }
-    DatabaseException failure(4, *statement.file, static_cast<unsigned>(statement.line));
-    failure.stringParameter(text);
-    throw failure;
+    throw DatabaseException(4, *statement.file, static_cast<unsigned>(statement.line),
+                            std::move(text), state.errorNumber);
 }
 
 int Script::get_error_number() const

@@ -10,6 +10,7 @@
 #include <ostream>
 #include <string>
 #include <string_view>
+#include <type_traits>
 #include <typeinfo>
 #include <utility>
 
@@ -210,21 +211,24 @@ public:
 private:
     const Value* value() const { return Nullable::valueOf(*m_var); }
 
+    static const std::string& plain(const std::string& value) { return value; }
+    template <class Other> static std::string plain(const Other& value)
+    {
+        std::string text;
+        Text::append(text, value);
+        return text;
+    }
+
     void write(std::string& text) const
     {
         const Value* const written = value();
         if (written == nullptr) {
             text += "NULL";
-        } else if constexpr (std::same_as<Value, std::string>) {
-            appendEscaped(text, *written);
-        } else if constexpr (std::same_as<Value, float>) {
-            Database::ValueText<double>::append(text, *written);
         } else if constexpr (Text::Quoted) {
-            std::string plain;
-            Text::append(plain, *written);
-            appendEscaped(text, plain);
+            appendEscaped(text, plain(*written));
         } else {
-            Text::append(text, *written);
+            using Written = std::conditional_t<std::same_as<Value, float>, double, Value>;
+            Database::ValueText<Written>::append(text, *written);
         }
     }
 
