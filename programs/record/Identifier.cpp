@@ -9,7 +9,7 @@ namespace {
 
 constexpr char32_t NoCharacter = 0xFFFD;
 
-// Words with a blank on each side.
+// Lists of words: a blank stands before and after each.
 constexpr std::string_view Keywords =
     " alignas alignof and and_eq asm auto bitand bitor bool break case catch char char16_t "
     "char32_t char8_t class co_await co_return co_yield compl concept const const_cast "
@@ -21,8 +21,7 @@ constexpr std::string_view Keywords =
     "try typedef typeid typename union unsigned using virtual void volatile wchar_t while "
     "xor xor_eq ";
 
-// What a record inherits, what the text of RecordClass.cpp names, and macros that are not written
-// in capitals.
+// What a record inherits, what RecordClass.cpp writes, and macros in small letters.
 constexpr std::string_view Taken =
     " DBConnection DBDatabase KYDBTableBase KYDBTableSimple assign dbmap_clear dbmap_init "
     "dbmap_size dump execute get get_error_message get_error_number m_dbmap parse remove "
@@ -35,18 +34,12 @@ bool isAmong(std::string_view words, const std::string& name)
     return words.find(' ' + name + ' ') != std::string_view::npos;
 }
 
-bool isAscii(char32_t c)
-{
-    return c < 0x80;
-}
-
 bool isDigit(char32_t c)
 {
     return c >= '0' && c <= '9';
 }
 
-// Of the letters beyond ASCII those of large alphabets whose every code point is a letter, written
-// in one way only.
+// Letters beyond ASCII only from ranges in which every code point is a letter with one spelling.
 bool isLetter(char32_t c)
 {
     constexpr std::array<std::pair<char32_t, char32_t>, 12> ranges = {{
@@ -74,11 +67,11 @@ struct Character {
     std::string_view bytes;
 };
 
-// The first character of a UTF-8 text that is not empty, or a byte that begins none.
+// Returns the first character of a UTF-8 text that is not empty, or a byte that begins none.
 Character firstOf(std::string_view text)
 {
     const auto byte = [&](std::size_t index) { return static_cast<unsigned char>(text[index]); };
-    if (isAscii(byte(0))) {
+    if (byte(0) < 0x80) { // ASCII
         return {byte(0), text.substr(0, 1)};
     }
     const std::size_t length = byte(0) < 0xE0 ? 2 : byte(0) < 0xF0 ? 3 : 4;
@@ -106,7 +99,7 @@ char lower(char c)
     return static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
 }
 
-// Letters, digits and single underscores between them.
+// Returns the letters and digits, with an underscore for each gap between them.
 std::string words(std::string_view name)
 {
     std::string result;
@@ -185,7 +178,7 @@ std::string escaped(std::string_view text)
     };
     forEachCharacter(text, [&](const Character& character) {
         const char32_t c = character.code;
-        // Controls, the line ends of Unicode, and what turns the direction of the text around.
+        // Controls, line ends of Unicode, and controls of the text's direction.
         const bool control = c < 0x20 || (c >= 0x7F && c < 0xA0) || (c >= 0x2028 && c <= 0x202E) ||
                              (c >= 0x2066 && c <= 0x2069);
         if (control || c == NoCharacter) {

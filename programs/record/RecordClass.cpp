@@ -162,7 +162,8 @@ std::string recordClass(const Table& table, const std::string& name)
 )";
     } else if (!any([](const Variable& v) { return v.column.key; })) {
         text += R"(///
-/// The table has no key: get() and remove() fail until columns that find one row have KYDB_FLAG_KEY.
+/// The table has no key: get() and remove() fail until columns that find one row have
+/// KYDB_FLAG_KEY.
 )";
     }
     text += "struct " + name + " : Kestro::KYDBTableSimple {\n" +
@@ -174,7 +175,7 @@ protected:
     {
         using namespace Kestro;
 )";
-    if (any([](const Variable& v) { return bindings(v).find("Fetched)") != std::string::npos; })) {
+    if (any([](const Variable& v) { return v.flags() == "Fetched" || !v.kind.exact.empty(); })) {
         text += "        constexpr int Fetched = 1; // neither key nor saved\n";
     }
     text += "        if (dbmap_size() == 0) {\n" + call("table_name", {quoted(table.name)}) +

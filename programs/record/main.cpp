@@ -14,6 +14,7 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <getopt.h>
@@ -25,7 +26,6 @@
 #include <stdexcept>
 #include <string>
 #include <string_view>
-#include <system_error>
 #include <utility>
 #include <vector>
 
@@ -56,7 +56,7 @@ Exit status:
   2  wrong usage
 )"};
 
-constexpr char Advice[] = "fetchAll() works, and the comment of each class says what else does";
+constexpr char Advice[] = "fetchAll() works, and the class says in its comment what else does";
 
 struct ColumnRows : RowImpl {
     std::vector<Column> columns;
@@ -104,29 +104,34 @@ Table describe(Connection& connection, const std::string& name)
     return {name, typeOf(connection, name).ends_with("VIEW"), std::move(rows.columns)};
 }
 
+bool holds(const std::filesystem::path& path, const std::string& text)
+{
+    if (!std::filesystem::is_regular_file(path)) { // reading another kind might never end
+        return false;
+    }
+    std::ifstream file(path, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(file), {}) == text;
+}
+
 // Writes a file that does not exist yet, or has this text already.
 void create(const std::filesystem::path& path, const std::string& text)
 {
     std::FILE* const file = std::fopen(path.c_str(), "wxe");
-    if (file == nullptr && errno == EEXIST) {
-        std::ifstream present(path, std::ios::binary);
-        if (std::string(std::istreambuf_iterator<char>(present), {}) != text) {
+    if (file == nullptr) {
+        if (errno != EEXIST) {
+            throw std::runtime_error(path.string() + ": " + std::strerror(errno));
+        }
+        if (!holds(path, text)) {
             throw std::runtime_error(path.string() +
                                      " exists with another text; it stays as it is");
         }
         return;
     }
-    if (file != nullptr) {
-        const bool taken = std::fwrite(text.data(), 1, text.size(), file) == text.size();
-        if (std::fclose(file) == 0 && taken) {
-            return;
-        }
-    }
-    const std::error_code reason(errno, std::generic_category());
-    if (file != nullptr) {
+    const bool taken = std::fwrite(text.data(), 1, text.size(), file) == text.size();
+    if (std::fclose(file) != 0 || !taken) {
         std::filesystem::remove(path);
+        throw std::runtime_error(path.string() + " cannot be written completely");
     }
-    throw std::runtime_error(path.string() + ": " + reason.message());
 }
 
 // Writes the classes of a database into a folder.
