@@ -128,7 +128,7 @@ struct Script::State {
     std::size_t next = 0;                     // the first that was not sent
     std::optional<DatabaseException> problem; // of the script, after the last statement
     std::size_t maxBatch = 0;                 // bytes; 0 before the server was asked
-    std::size_t batch = 65'536;               // bytes that a string has at present
+    std::size_t batch = MinBatch;             // bytes that a string has at present
     std::uint64_t run = 0;
     int errorNumber = 0;
     std::string errorMessage;

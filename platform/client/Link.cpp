@@ -414,7 +414,8 @@ void Link::dropRows()
     } catch (const std::bad_alloc&) {
         malformed("a row that memory cannot hold");
     }
-    if (m_answerFailed && m_state == State::Told) {
+    // Nobody sees the failure, which may have ended the transaction: the connection counts as lost.
+    if (m_answerFailed && (m_state == State::Told || (m_status & SERVER_STATUS_IN_TRANS) != 0)) {
         m_state = State::Lost;
     }
     m_failure = std::move(before);

@@ -57,7 +57,7 @@ public:
         return readLast(packet, size);
     }
     /// Reads and drops the rest of the rows of the result set. If the connection is lost meanwhile,
-    /// the next statement reports it.
+    /// or the statement fails in a transaction, the next statement reports a loss.
     void dropRows();
     /// Whether the answer that was read last ended in a failure; failure() is that one.
     bool answerFailed() const { return m_answerFailed; }

@@ -118,7 +118,9 @@ int db_use_query(void* handle, const char* text, void** result);
 /// client may lack this function: libkestrodb then sends a script's statements one by one.
 int db_answer_count(void* handle);
 
-/// Frees the result. Streamed rows that were not fetched are read and dropped.
+/// Frees the result. Streamed rows that were not fetched are read and dropped. If the statement
+/// fails meanwhile and a transaction is open, the next statement fails with 2006, unsent, as the
+/// server may have rolled the transaction back.
 void db_free_result(void* result);
 
 /// Rows changed by the last statement that succeeded, or rows delivered if it made a result set.
