@@ -3,6 +3,7 @@
 #include <Kestro/Exception.h>
 
 #include <gtest/gtest.h>
+#include <locale>
 #include <string>
 #include <tuple>
 #include <vector>
@@ -20,3 +21,8 @@ template <class Call> std::string failureOf(const Call& call)
     }
     return "";
 }
+
+/// Groups digits by threes, as the locale of many a program does.
+struct Grouping : std::numpunct<char> {
+    std::string do_grouping() const override { return "\3"; }
+};
