@@ -20,8 +20,8 @@ struct Values : ServerTest {
 template <class T> void expectBack(Connection& connection, const std::string& type, const T& value)
 {
     const std::string text = literal(value);
-    execute(connection, "CREATE OR REPLACE TABLE t (v " + type + ")");
-    execute(connection, "INSERT INTO t VALUES (" + text + ")");
+    connection.execute("CREATE OR REPLACE TABLE t (v " + type + ")");
+    connection.execute("INSERT INTO t VALUES (" + text + ")");
     EXPECT_TRUE(scalar<T>(connection, "SELECT v FROM t") == value) << type << text.substr(0, 400);
 }
 
@@ -37,31 +37,28 @@ TEST_F(Values, ComeBackAsTheyWereWritten)
         query.execute();
         EXPECT_EQ(scalar<double>(connection, "SELECT v FROM t"), value) << query.sql();
     }
-    expectBack(connection, "DECIMAL(9,2)", 1234567.89);
     expectBack(connection, "FLOAT", 0.1F);
     expectBack(connection, "TINYINT", std::int8_t{-128});
-    expectBack(connection, "TINYINT UNSIGNED", std::uint8_t{255});
     expectBack(connection, "BIGINT", std::numeric_limits<std::int64_t>::min());
     expectBack(connection, "BIGINT UNSIGNED", std::numeric_limits<std::uint64_t>::max());
     expectBack(connection, "BIT(1)", true);
     expectBack(connection, "BOOL", false);
     expectBack(connection, "LONGBLOB", everyByte() + std::string(70'000, '"'));
-    expectBack(connection, "TEXT", std::string());
-    expectBack(connection, "TEXT", std::optional<std::string>("\\N"));
     expectBack(connection, "TEXT", std::optional<std::string>());
     expectBack(connection, "DATE", 2024y / February / 29);
     expectBack(connection, "DATE", sys_days(9999y / December / 31));
     expectBack(connection, "DATETIME", sys_seconds(-1s));
     expectBack(connection, "DATETIME(6)", sys_time<microseconds>(1'700'000'000'000'001us));
     expectBack(connection, "TIME(6)", microseconds(-838h - 59min - 59s));
+    EXPECT_EQ(scalar<milliseconds>(connection, "SELECT '00:00:01.5'"), 1500ms);
     EXPECT_EQ(literal(static_cast<const char*>(nullptr)) + literal(nullptr), "NULLNULL");
 }
 
 TEST_F(Values, NamesAreQuoted)
 {
     for (const std::string name : {"a b", "`", "order", "ä.1", "a\"'\\"}) {
-        execute(connection, "CREATE TABLE " + identifier(database) + "." + identifier(name) + " (" +
-                                identifier(name) + " INT)");
+        connection.execute("CREATE TABLE " + identifier(database) + "." + identifier(name) + " (" +
+                           identifier(name) + " INT)");
         EXPECT_EQ(QueryTableNames(connection).names().count(name), 1U) << name;
     }
 }
@@ -77,12 +74,16 @@ TEST_F(Values, WhatDoesNotFitIsRefusedByName)
         {read(std::int8_t{}, "128"), no + "128\""},
         {read(0U, "-1"), no + "-1\""},
         {read(0, "'12 '"), no + "12 \""},
-        {read(0, "1.0"), no + "1.0\""},
         {read(0, "NULL"), number + "NULL, where a value is wanted"},
         {read(0.0, "'nan'"), no + "nan\""},
         {read(0.0F, "1e39"), no + "1e39\""},
         {read(true, "2"), no + "2\""},
+        {read(std::optional<int>(), "REPEAT('9',100)"), no + std::string(100, '9') + '"'},
         {read(std::optional<int>(), "REPEAT('9',101)"), no + std::string(100, '9') + "\"..."},
+        {read(sys_seconds(), "'2024-01-01 24:00:00'"), no + "2024-01-01 24:00:00\""},
+        {read(year_month_day(), "'2024-01-01 00:00:00'"), no + "2024-01-01 00:00:00\""},
+        {read(minutes(), "'00:00:60'"), no + "00:00:60\""},
+        {read(microseconds(), "'00:00:00.0000001'"), no + "00:00:00.0000001\""},
         {read(sys_days(), "TIMESTAMP'2024-01-31 00:00:01'"), no + "2024-01-31 00:00:01\""},
         {read(sys_seconds(), "TIMESTAMP'2024-01-31 00:00:00.5'"), no + "2024-01-31 00:00:00.5\""},
         {read(sys_time<nanoseconds>(), "DATE'2263-01-01'"), no + "2263-01-01\""},
@@ -136,19 +137,21 @@ TEST_F(Values, RowsAreTyped)
     };
     RowContainer container;
     KyRowParser<Row> parser(container);
-    execute(connection, "SELECT 18446744073709551615, 'a' UNION SELECT NULL, 'b'", &parser);
+    connection.execute("SELECT 18446744073709551615, 'a' UNION SELECT NULL, 'b'", &parser);
     std::string seen;
-    for (const Row& row : rows<Row>(container)) {
-        seen += literal(row.number) + row.text + ' ';
+    const auto all = rows<Row>(container);
+    for (auto row = all.begin(); row != all.end(); row++) {
+        seen += literal(row->number) + row->text + ' ';
     }
     EXPECT_EQ(seen, "18446744073709551615a NULLb ");
+    EXPECT_EQ(all.size(), 2U);
     EXPECT_THROW(*rows<NoopRowImpl>(container).begin(), std::bad_cast);
 }
 
 TEST_F(Values, RefusalsTellTheirNumber)
 {
     try {
-        execute(connection, "SELECT * FROM nothing" + std::string(2000, ' '));
+        connection.execute("SELECT * FROM nothing" + std::string(2000, ' '));
         FAIL();
     } catch (const DatabaseException& e) {
         EXPECT_EQ(e.errorNumber(), 1146);
@@ -171,7 +174,7 @@ TEST_F(Values, AScriptInItsOwnSessionLeavesThisOne)
     std::ofstream(path) << "CREATE TABLE t (v INT);\nSET autocommit=0, foreign_key_checks=0;\n"
                            "INSERT INTO t VALUES (1);\nCOMMIT;\nUSE mysql;\n";
     Connection other("");
-    execute(other, "USE " + database);
+    other.execute("USE " + database);
     QueryFile(other, path).executeInOwnSession();
     EXPECT_EQ(scalar<int>(other, "SELECT v+@@autocommit+@@foreign_key_checks FROM t"), 3);
 }
