@@ -91,10 +91,10 @@ bool Proxy::pass(int client, const std::string& bytes)
             size = std::min(size, static_cast<std::size_t>(left));
             left = size == 0 ? -1 : left - static_cast<long>(size);
         }
+        passed += static_cast<long>(size); // counted once the client can have it
         if (size == 0 || !sendAll(client, std::string_view(bytes).substr(i, size))) {
             return false;
         }
-        passed += static_cast<long>(size);
         i += size;
     }
     return true;
