@@ -12,6 +12,14 @@
 
 namespace {
 
+sighandler_t pipeHandler()
+{
+    struct sigaction pipe {};
+    sigaction(SIGPIPE, nullptr, &pipe);
+    return pipe.sa_handler;
+}
+const sighandler_t pipeHandlerAtStart = pipeHandler();
+
 class Session : public ServerTest {
 protected:
     // The bytes through a literal into a table and back.
@@ -19,7 +27,9 @@ protected:
     {
         run("CREATE OR REPLACE TABLE bytes (b BLOB)");
         std::string escaped(2 * bytes.size() + 1, '?');
-        escaped.resize(db_escape_string(nullptr, escaped.data(), bytes.data(), bytes.size()));
+        escaped.resize(db_escape_string(nullptr, escaped.data(), bytes.data(), bytes.size()) + 1);
+        EXPECT_EQ(escaped.back(), '\0');
+        escaped.pop_back();
         run("INSERT INTO bytes VALUES (\"" + escaped + "\")");
         return value("SELECT b FROM bytes");
     }
@@ -195,9 +205,8 @@ TEST_F(Session, OurOwnStatementsDoNotShow)
 
 TEST_F(Session, AChildLeavesTheParentsLinksAndItsSignals)
 {
-    struct sigaction pipe {};
-    sigaction(SIGPIPE, nullptr, &pipe);
-    EXPECT_EQ(pipe.sa_handler, SIG_DFL); // the Connector would have it ignored
+    // The Connector would have it ignored.
+    EXPECT_EQ(pipeHandler(), pipeHandlerAtStart);
     const Handle idle(db_connect_unix(""), db_disconnect);
     const Handle streamed = query("SELECT seq FROM seq_1_to_100000", false);
     EXPECT_EQ(at(streamed, 0), "1");

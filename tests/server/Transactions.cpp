@@ -96,6 +96,9 @@ TEST_F(Transactions, AreNotCommittedOnceLost)
         }
     }
     EXPECT_EQ(rows(), "3");
+    Transaction lostUnnoticed(connection);
+    end();
+    lostUnnoticed.rollback();
     Transaction again(connection);
     insert(7);
     again.commit();

@@ -50,6 +50,7 @@ TEST_F(Values, ComeBackAsTheyWereWritten)
     expectBack(connection, "DATETIME", sys_seconds(-1s));
     expectBack(connection, "DATETIME(6)", sys_time<microseconds>(1'700'000'000'000'001us));
     expectBack(connection, "TIME(6)", microseconds(-838h - 59min - 59s));
+    EXPECT_EQ(scalar<int>(connection, "SELECT 1 UNION SELECT 2"), 1);
     EXPECT_EQ(scalar<milliseconds>(connection, "SELECT '00:00:01.5'"), 1500ms);
     EXPECT_EQ(literal(static_cast<const char*>(nullptr)) + literal(nullptr), "NULLNULL");
 }
