@@ -26,11 +26,6 @@ struct Shared : Left, Right {
     ~Shared() override { --alive; }
 };
 
-struct Refused : RefImpl {
-    static void* operator new(std::size_t /*size*/) noexcept { return nullptr; }
-    static void operator delete(void* /*object*/) {}
-};
-
 TEST(Handles, ShareAndTheLastOneDestroys)
 {
     {
@@ -85,6 +80,10 @@ TEST(Handles, WithoutObjectThrow)
     EXPECT_EQ(failureOf([&] { (void)empty->left; }), "operator->" + place + "359");
     EXPECT_EQ(failureOf([&] { (void)*empty; }), "operator*" + place + "377");
     EXPECT_EQ(failureOf([empty] { (void)*empty; }), "operator*" + place + "386");
+    struct Refused : RefImpl {
+        static void* operator new(std::size_t /*size*/) noexcept { return nullptr; }
+        static void operator delete(void* /*object*/) {}
+    };
     EXPECT_EQ(failureOf([] { RefCounted<Refused> block; }),
               "RefCounted constructor for RefImpl failed. (4)");
 }
@@ -105,10 +104,9 @@ TEST(Handles, DroppedOnManyThreadsDestroyOnce)
     EXPECT_EQ(alive, 0);
 }
 
-struct Row : NoopRowImpl, Shared {};
-
 TEST(Handles, RowsLiveAsLongAsAContainerOrAHandle)
 {
+    struct Row : NoopRowImpl, Shared {};
     Ref<RowImpl> row(new Row);
     {
         RowContainer container;

@@ -33,17 +33,13 @@ TEST_F(Faults, ALostSessionIsReplacedIfNothingIsMissed)
     run("CREATE TABLE t (id INT AUTO_INCREMENT PRIMARY KEY, text VARCHAR(99))");
     run("CREATE TABLE done (n INT)");
     run("CREATE SEQUENCE s");
-    const Table<const char*, const char*> procedures = {
-        {"remember", "SET @remembered = 1"},
-        {"stumble", "BEGIN SET @remembered = 1; SIGNAL SQLSTATE '45000'; END"},
-        {"shadow", "CREATE TEMPORARY TABLE done SELECT 1 AS n"},
-        {"note", "SELECT 1 INTO @noted"},
-        {"hold", "DO GET_LOCK('a', 1)"},
-        {"isolate", "SET TRANSACTION ISOLATION LEVEL READ COMMITTED"},
-        {"copy", "INSERT INTO done VALUES (LAST_INSERT_ID())"},
-    };
-    for (const auto& [name, body] : procedures) {
-        run(std::string("CREATE PROCEDURE ") + name + "() " + body);
+    for (const std::string procedure :
+         {"remember() SET @remembered = 1", "hold() DO GET_LOCK('a', 1)",
+          "stumble() BEGIN SET @remembered = 1; SIGNAL SQLSTATE '45000'; END",
+          "shadow() CREATE TEMPORARY TABLE done SELECT 1 AS n", "note() SELECT 1 INTO @noted",
+          "isolate() SET TRANSACTION ISOLATION LEVEL READ COMMITTED",
+          "copy() INSERT INTO done VALUES (LAST_INSERT_ID())"}) {
+        run("CREATE PROCEDURE " + procedure);
     }
     run("CREATE FUNCTION holding() RETURNS INT RETURN GET_LOCK('a', 1)");
     run("CREATE FUNCTION latest() RETURNS INT RETURN LAST_INSERT_ID()");
@@ -58,48 +54,33 @@ TEST_F(Faults, ALostSessionIsReplacedIfNothingIsMissed)
         {"INSERT INTO t VALUES ()", "INSERT INTO done VALUES (latest())", true},
         {"DO NEXTVAL(s)", "INSERT INTO done VALUES (PREVIOUS VALUE FOR s)", true},
         {"SELECT 1", "INSERT INTO done VALUES (FOUND_ROWS())", true}};
-    for (const char* nothing :
-         {"DO 1", "INSERT INTO t (text) VALUES (\"lock tables, it's @me; set @x=1\")",
-          "INSERT INTO t (text) VALUES ('a\\'b') -- don't lock\n;",
-          "BEGIN; INSERT INTO t VALUES (); COMMIT",
-          "/* lock tables t write */ SELECT `lock` FROM (SELECT 1 AS `lock`) AS x",
-          "INSERT INTO t (id) VALUES (1), (1)",
-          "SELECT @@autocommit, UPPER(CONCAT('get_lock(', COUNT(*), ')')) FROM t",
-          "DROP TEMPORARY TABLE IF EXISTS u",
-          "CREATE OR REPLACE TABLE v (id INT, name CHAR(9), KEY k (id)); ALTER TABLE v ADD c "
-          "INT"}) {
-        rows.emplace_back(nothing, done, false);
+    std::list<std::string> nothing;
+    string2list(nothing, R"(DO 1|INSERT INTO t (text) VALUES ("lock tables, it's @me; set @x=1")|
+        INSERT INTO t (text) VALUES ('a\'b') -- don't lock
+        ;|BEGIN; INSERT INTO t VALUES (); COMMIT|INSERT INTO t (id) VALUES (1), (1)|
+        /* lock tables t write */ SELECT `lock` FROM (SELECT 1 AS `lock`) AS x|
+        SELECT @@autocommit, UPPER(CONCAT('get_lock(', COUNT(*), ')')) FROM t|
+        CREATE OR REPLACE TABLE v (id INT, name CHAR(9), KEY k (id)); ALTER TABLE v ADD c INT|
+        DROP TEMPORARY TABLE IF EXISTS u)",
+                '|', true);
+    for (const std::string& before : nothing) {
+        rows.emplace_back(before, done, false);
     }
-    for (const char* state : {"BEGIN",
-                              "SELECT 1; BEGIN; INSERT INTO t (id) VALUES (1), (1)",
-                              "SET autocommit=0",
-                              "SET TRANSACTION ISOLATION LEVEL READ COMMITTED",
-                              "SET @x = 1",
-                              "SELECT @x := 1",
-                              "SELECT 'a\\'b', 1 INTO @x, @y",
-                              "SET sort_buffer_size=100000, sort_buffer_size=none",
-                              "CALL remember()",
-                              "CALL stumble()",
-                              "CALL shadow()",
-                              "CALL note()",
-                              "CALL hold()",
-                              "CALL isolate()",
-                              "DO holding()",
-                              "CREATE TEMPORARY TABLE u (id INT)",
-                              "CREATE OR REPLACE TEMPORARY TABLE u SELECT 1",
-                              "PREPARE p FROM 'SELECT 1'",
-                              "EXECUTE IMMEDIATE 'DO GET_LOCK(\"a\", 1)'",
-                              "select 1, get_lock ('a', 1)",
-                              "SELECT `get_lock`('a', 1)",
-                              "SELECT /*!50000GET_LOCK('a', 1)*/",
-                              "SELECT 1 /*M! FROM DUAL */",
-                              "SELECT 1 -- don't\n, GET_LOCK('a', 1)",
-                              "SELECT 1 --1 + GET_LOCK('a', 1)",
-                              "lock tables done write, information_schema.processlist read",
-                              "/*!99999 nothing */ /*! LOCK TABLES done WRITE */",
-                              "FLUSH TABLES t FOR EXPORT",
-                              "BACKUP STAGE START"}) {
-        rows.emplace_back(state, done, true);
+    std::list<std::string> something;
+    string2list(something, R"(BEGIN|SELECT 1; BEGIN; INSERT INTO t (id) VALUES (1), (1)|
+        SET autocommit=0|SET TRANSACTION ISOLATION LEVEL READ COMMITTED|SET @x = 1|SELECT @x := 1|
+        SELECT 'a\'b', 1 INTO @x, @y|SET sort_buffer_size=100000, sort_buffer_size=none|
+        CALL remember()|CALL stumble()|CALL shadow()|CALL note()|CALL hold()|CALL isolate()|
+        DO holding()|CREATE TEMPORARY TABLE u (id INT)|BACKUP STAGE START|PREPARE p FROM 'SELECT 1'|
+        CREATE OR REPLACE TEMPORARY TABLE u SELECT 1|EXECUTE IMMEDIATE 'DO GET_LOCK("a", 1)'|
+        select 1, get_lock ('a', 1)|SELECT `get_lock`('a', 1)|SELECT /*!50000GET_LOCK('a', 1)*/|
+        SELECT 1 /*M! FROM DUAL */|SELECT 1 --1 + GET_LOCK('a', 1)|FLUSH TABLES t FOR EXPORT|
+        SELECT 1 -- don't
+        , GET_LOCK('a', 1)|lock tables done write, information_schema.processlist read|
+        /*!99999 nothing */ /*! LOCK TABLES done WRITE */)",
+                '|', true);
+    for (const std::string& before : something) {
+        rows.emplace_back(before, done, true);
     }
     for (const auto& [before, next, fails] : rows) {
         const Handle session(db_connect_unix(database.c_str()), db_disconnect);
