@@ -96,7 +96,7 @@ TEST(TableMap, ExactReferencesTakeTheWholeValueOrNothing)
         const std::string why = "the value \"" + text + "\" does not fit its variable";
         return value + why + " (4) at KYTable:2: column v: " + why;
     };
-    const Table<std::string, std::string> rows = {
+    expectEqual({
         {assigned(1U, "4294967296"), misfit("(1)", "4294967296")},
         {assigned(std::optional<int>(), "-1 "), misfit("(NULL)", "-1 ")},
         {assigned(std::optional<long>(), "-1"), "(-1)"},
@@ -104,10 +104,7 @@ TEST(TableMap, ExactReferencesTakeTheWholeValueOrNothing)
         {assigned(std::bitset<9>(), "\1\2"), "(258)"},
         {assigned(std::bitset<9>(7), "\2\1"), misfit("(7)", "\2\1")},
         {assigned("old"s, "a\0b"s), "(\"a\\0b\")"},
-    };
-    for (const auto& [actual, expected] : rows) {
-        EXPECT_EQ(actual, expected);
-    }
+    });
 }
 
 TEST(TableMap, NullHandlesAreNeverFollowedAndDumpShowsAll)

@@ -51,24 +51,20 @@ TEST_F(Database, RefusalsNameTheServersText)
     FieldRow field;
     TableNamesRow name;
     OneRowParser parser(name);
-    const auto failure = [](const auto& call) { return failureOf(call); };
     const std::string none = "Can't drop database 'none'; database doesn't exist";
-    const Table<std::string, std::string> rows = {
-        {failure([&] { count.parse(nullptr, nullptr, nullptr); }), "CountRow (4) at QueryCount:19"},
-        {failure([&] { field.parse(nullptr, nullptr, nullptr); }),
-         "FieldRow (4) at QueryDescribeTable:19"},
-        {failure([&] { name.parse(nullptr, nullptr, nullptr); }),
-         "TableNamesRow (4) at QueryTableNames:19"},
-        {failure([&] { connection.execute("SELECT NULL", &parser); }),
-         "TableNamesRow (4) at QueryTableNames:24"},
-        {failure([&] { connection.dbDelete("none"); }),
-         "dbDelete (4) at Connection:152: " + none +
-             " <- DatabaseException (4) at Query:88: " + none + " : Drop database none;"},
-        {failure([&] { connection.dbSelect("none"); }),
-         "DatabaseException (0): Unknown database 'none'"}};
-    for (const auto& [actual, expected] : rows) {
-        EXPECT_EQ(actual, expected);
-    }
+    expectEqual({{failureOf([&] { count.parse(nullptr, nullptr, nullptr); }),
+                  "CountRow (4) at QueryCount:19"},
+                 {failureOf([&] { field.parse(nullptr, nullptr, nullptr); }),
+                  "FieldRow (4) at QueryDescribeTable:19"},
+                 {failureOf([&] { name.parse(nullptr, nullptr, nullptr); }),
+                  "TableNamesRow (4) at QueryTableNames:19"},
+                 {failureOf([&] { connection.execute("SELECT NULL", &parser); }),
+                  "TableNamesRow (4) at QueryTableNames:24"},
+                 {failureOf([&] { connection.dbDelete("none"); }),
+                  "dbDelete (4) at Connection:152: " + none +
+                      " <- DatabaseException (4) at Query:88: " + none + " : Drop database none;"},
+                 {failureOf([&] { connection.dbSelect("none"); }),
+                  "DatabaseException (0): Unknown database 'none'"}});
 }
 
 TEST_F(Database, RowsReachEveryParserInBothModes)

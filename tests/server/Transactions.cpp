@@ -87,13 +87,9 @@ TEST_F(Transactions, AreNotCommittedOnceLost)
         Transaction transaction(connection);
         insert(1);
         lose();
-        try {
-            transaction.commit();
-            ADD_FAILURE() << "committed";
-        } catch (const DatabaseException& e) {
-            EXPECT_EQ(e.asString(), lost);
-            EXPECT_EQ(e.errorNumber(), number);
-        }
+        const DatabaseException e = exceptionOf([&] { transaction.commit(); });
+        EXPECT_EQ(e.asString(), lost);
+        EXPECT_EQ(e.errorNumber(), number);
     }
     EXPECT_EQ(rows(), "3");
     Transaction lostUnnoticed(connection);
@@ -112,13 +108,9 @@ TEST_F(Transactions, AreInDoubtWhenTheCommitHasNoAnswer)
     Transaction transaction(through);
     through.execute("INSERT INTO t VALUES (1)");
     proxy.left = 0;
-    try {
-        transaction.commit();
-        ADD_FAILURE() << "committed";
-    } catch (const DatabaseException& e) {
-        EXPECT_EQ(e.errorNumber(), 2013);
-        EXPECT_EQ(e.lineNumber(), 3U);
-    }
+    const DatabaseException e = exceptionOf([&] { transaction.commit(); });
+    EXPECT_EQ(e.errorNumber(), 2013);
+    EXPECT_EQ(e.lineNumber(), 3U);
     EXPECT_EQ(rows(), "1");
 }
 

@@ -2,9 +2,21 @@
 
 #include "Testing.h"
 
+#include <Kestro/Database/Connection.h>
 #include <db_client.h>
 #include <memory>
 #include <numeric>
+
+/// The exception of a call, or one without a number if the call throws none.
+template <class Call> Kestro::Database::DatabaseException exceptionOf(const Call& call)
+{
+    try {
+        call();
+    } catch (const Kestro::Database::DatabaseException& e) {
+        return e;
+    }
+    return Kestro::Database::DatabaseException();
+}
 
 /// Tests against the server whose socket MYSQL_UNIX_PORT names. Every test has a database of its
 /// own, named after it, and an open link on it.
