@@ -1,9 +1,7 @@
 // A program on one node of tests/cluster, the one whose socket MYSQL_UNIX_PORT names.
 //
 //     cluster_client save ERROR     saves a record until that fails with this number, 0 for success
-//     cluster_client find TEXT      prints the number of the record with this text
 //     cluster_client count TIMES    adds to one row so often; prints how often it had to repeat
-//     cluster_client load FILE      loads a data file
 //     cluster_client write FIRST    saves numbered records until its input ends; prints each one
 //     that
 //                                   is acknowledged, and "doubt N" for one that may be there
@@ -73,13 +71,6 @@ try {
     open(database);
     if (verb == "save") {
         save(database, 0, {std::stoi(argument)});
-    } else if (verb == "find") {
-        // Waits for what the other nodes had committed before.
-        database.execute("SET SESSION wsrep_sync_wait = 15");
-        Item item(&database);
-        item.text = argument;
-        KYDBRecordParser parser(item);
-        std::cout << (item.get(&parser) == 0 && parser.found() ? item.number : -1) << '\n';
     } else if (verb == "count") {
         int repeats = 0;
         for (int left = std::stoi(argument); left > 0;) {
@@ -95,8 +86,6 @@ try {
             }
         }
         std::cout << repeats << '\n';
-    } else if (verb == "load") {
-        Database::QueryLoadData(database.DBConnection(), Name, "loaded", argument);
     } else if (verb == "write") {
         for (long number = std::stol(argument); !inputEnded(); ++number) {
             const bool done = save(database, number, {0, PerhapsDone}) == 0;
