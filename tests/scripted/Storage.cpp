@@ -43,28 +43,38 @@ template <std::size_t Size> struct Objects : std::vector<std::unique_ptr<Stored<
     }
 };
 
-// Objects keep their bytes whichever thread makes and deletes them.
+// Objects keep their bytes and places whichever thread makes and deletes them.
 template <std::size_t Size> void passBetweenThreads()
 {
-    constexpr std::size_t Alignment = Size % 16 == 0 ? 16 : 8;
+    const auto expectIntact = [](const Objects<Size>& all) {
+        std::set<const void*> places;
+        for (std::size_t i = 0; i < all.size(); ++i) {
+            EXPECT_EQ(std::ranges::count(all[i]->bytes, i % 251), Size);
+            EXPECT_EQ(reinterpret_cast<std::uintptr_t>(all[i].get()) % (Size % 16 == 0 ? 16 : 8),
+                      0U);
+            places.insert(all[i].get());
+        }
+        EXPECT_EQ(places.size(), all.size());
+    };
     for (int round = 0; round < 3; ++round) {
         Objects<Size> all(10'000); // several chunks
         {
             const std::jthread other([&all] { all.make(0, 2); });
             all.make(1, 2);
         }
-        std::set<std::uintptr_t> places;
-        for (std::size_t i = 0; i < all.size(); ++i) {
-            EXPECT_EQ(std::ranges::count(all[i]->bytes, i % 251), Size);
-            places.insert(reinterpret_cast<std::uintptr_t>(all[i].get()) / Alignment * Alignment);
-            EXPECT_TRUE(places.contains(reinterpret_cast<std::uintptr_t>(all[i].get())));
-        }
-        EXPECT_EQ(places.size(), all.size());
-        // Threads delete at once, each in all chunks.
+        expectIntact(all);
+        // Threads delete at once, each in all chunks, while this one uses its own.
         std::vector<std::jthread> threads;
         for (std::size_t thread = 0; thread < 4; ++thread) {
             threads.emplace_back([&all, thread] { all.drop(thread, 4); });
         }
+        Objects<Size> few(20); // in the chunk that this thread holds, beside what they delete
+        for (int again = 0; again < 1000; ++again) {
+            few.make();
+            few.drop();
+        }
+        few.make();
+        expectIntact(few);
     }
 }
 

@@ -104,7 +104,13 @@ TEST_F(Database, ParsersMayThrowQueryAndReopen)
         return failure;
     };
     const auto query = [&] { connection.execute("DO 1"); };
-    const auto reopen = [&] { connection.dbSelect("mysql"); };
+    std::unique_ptr<Connection> between; // takes the place that the closed link had in memory
+    const auto reopen = [&] {
+        connection.disconnect();
+        between = std::make_unique<Connection>(database);
+        EXPECT_EQ(between->execute("SELECT 1"), 1U);
+        connection.connect();
+    };
     EXPECT_EQ(during(true, query) + during(true, reopen), "");
     EXPECT_EQ(during(false, query), "DatabaseException (4) at Query:88: Commands out of sync; a "
                                     "result of this connection is still being streamed : DO 1");
