@@ -162,12 +162,8 @@ TEST_F(Faults, ARestartLosesNothingAcknowledgedAndRepeatsNothing)
     Connection idle(database);
     const ConnectionPool::Lock idleLoan = pool.growPool();
     const auto insert = [](Connection& connection, int number) {
-        try {
-            connection.execute("INSERT INTO item (number) VALUES (" + literal(number) + ')');
-            return 0;
-        } catch (const DatabaseException& e) {
-            return e.errorNumber();
-        }
+        const std::string text = "INSERT INTO item (number) VALUES (" + literal(number) + ')';
+        return exceptionOf([&] { connection.execute(text); }).errorNumber();
     };
 
     constexpr int Writers = 8;
@@ -272,11 +268,7 @@ TEST_F(Faults, AServerThatIsFrozenFullOrGoneIsReportedAndComesBack)
 
     server("--signal KILL");
     for (int i = 0; i < 2; ++i) {
-        EXPECT_EQ(failureOf([&] {
-                      idle.dbCreate("none");
-                  }).find("DatabaseException (4) at Query:88: MySQL server has gone away"),
-                  0U);
-        EXPECT_EQ(idle.errorNumber(), 2006);
+        EXPECT_EQ(exceptionOf([&] { idle.dbCreate("none"); }).errorNumber(), 2006);
     }
     EXPECT_FALSE(Connection::waitUntilServerReady(anywhere, 1));
     server("--start");
