@@ -40,8 +40,8 @@ kestro_package(tools kestrodb-tools database foreign "${library} (>= ${version})
   "programs for users of a local MariaDB server
 The programs of KestroDB, a C++ library for the MySQL-compatible server of the
 same machine. kestro-doctor checks what a program on the library meets on this
-machine, and says how to put right what is wrong. kestro-record writes a C++
-record class for a table.")
+machine, and says how to put right what is wrong. kestro-script runs scripts of
+SQL. kestro-record writes a C++ record class for a table.")
 kestro_package(development libkestrodb-dev libdevel same "${library} (= ${version})"
   "records and queries for a local MariaDB server (development files)
 KestroDB is the C++ library through which programs reach the MySQL-compatible

@@ -3,7 +3,9 @@
 #include <Kestro/Database/Query.h>
 #include <db_client.h>
 
+#include <algorithm>
 #include <ctime>
+#include <iterator>
 #include <unistd.h>
 #include <utility>
 
@@ -16,6 +18,9 @@ constexpr char DbDeleteFile[] = "Connection";
 constexpr unsigned DbDeleteLine = 152;
 
 constexpr int GoneAway = 2006; // the client interface's number for a link that is closed
+// After these failures the server has rolled the whole transaction back: a row changed under a
+// snapshot, no room for locks, a deadlock, a shutdown, and a link that was killed or lost.
+constexpr int EndTransaction[] = {1020, 1206, 1213, 1053, 1927, GoneAway, 2013, 2027};
 
 constexpr std::size_t LongestText = 1000; // in what(): a screen of it
 
@@ -99,7 +104,7 @@ Connection::~Connection()
 
 void Connection::connect()
 {
-    lose(GoneAway);
+    failed(GoneAway);
     m_handle = db_connect_unix(m_database.c_str());
     if (m_handle == nullptr) {
         throw DatabaseException(0, "", 0, errorMessage(), errorNumber());
@@ -119,9 +124,10 @@ void Connection::disconnect()
     }
 }
 
-void Connection::lose(int errorNumber)
+void Connection::failed(int errorNumber)
 {
-    if (m_transaction == TransactionState::Open) {
+    if (m_transaction == TransactionState::Open &&
+        std::ranges::find(EndTransaction, errorNumber) != std::end(EndTransaction)) {
         m_transaction = TransactionState::Lost;
         m_lostBy = errorNumber;
     }
@@ -157,8 +163,7 @@ std::string Connection::escapeString(const std::string& text) const
 
 std::uint32_t Connection::execute(const std::string& statement, RowParser* parser)
 {
-    Query query(*this, parser, true);
-    query << statement;
+    Query query(*this, statement, parser, true);
     query.execute();
     return query.affectedRows();
 }

@@ -8,9 +8,7 @@
 #include <Kestro/Database/Scalar.h>
 #include <db_client.h>
 
-#include <algorithm>
 #include <fstream>
-#include <iterator>
 #include <locale>
 #include <memory>
 #include <optional>
@@ -30,13 +28,8 @@ constexpr unsigned NoTableLine = 176;
 
 constexpr int UnknownError = 2000; // the client interface's number for a failure without another
 
-// After these failures the server has rolled the whole transaction back: a row changed under a
-// snapshot, no room for locks, a deadlock, a shutdown, and a link that was killed or lost.
-bool endsTransaction(int errorNumber)
-{
-    constexpr int Numbers[] = {1020, 1206, 1213, 1053, 1927, 2006, 2013, 2027};
-    return std::ranges::find(Numbers, errorNumber) != std::end(Numbers);
-}
+// The message of the client interface's exception for rows that ended with a failure.
+constexpr std::string_view StreamFailed = "db_result_fetch_row";
 
 constexpr std::size_t UsualSize = 500; // bytes of a statement; longer ones grow
 constexpr std::size_t BlockSize = 4096;
@@ -65,10 +58,17 @@ struct FreeResult {
 RowParser::~RowParser() = default;
 
 Query::Query(Connection& connection, RowParser* parser, bool storeResult)
-    : std::basic_ostream<char>(nullptr), m_connection(connection), m_buffer(room()),
+    : Query(connection, room(), parser, storeResult)
+{}
+
+Query::Query(Connection& connection, std::string text, RowParser* parser, bool storeResult)
+    : std::basic_ostream<char>(nullptr), m_connection(connection), m_buffer(std::move(text)),
       m_parser(parser), m_storeResult(storeResult)
 {
     rdbuf(&m_buffer);
+    if (!m_buffer.view().empty()) {
+        m_buffer.pubseekoff(0, std::ios_base::end, std::ios_base::out);
+    }
 #ifdef __GLIBCXX__
     // The stream has just looked up the facets of the global locale. imbue() would look all of them
     // up again, which is a tenth of the cost of a short statement, so set the one that matters.
@@ -108,6 +108,11 @@ void Query::execute()
 // A NUL must follow the text, or be its last character.
 void Query::send(std::string_view statement)
 {
+    if (m_connection.m_transaction == Connection::TransactionState::Lost) {
+        m_errorMessage = "the transaction was lost, so nothing is sent before its end";
+        m_errorNumber = m_connection.m_lostBy;
+        refuse(statement);
+    }
     void* const handle = m_connection.m_handle;
     const auto run = m_storeResult ? db_query : db_use_query;
     void* received = nullptr;
@@ -117,13 +122,18 @@ void Query::send(std::string_view statement)
         if (failed != 0) {
             m_errorMessage = m_connection.errorMessage();
             m_errorNumber = m_connection.errorNumber();
-            if (endsTransaction(m_errorNumber)) {
-                m_connection.lose(m_errorNumber);
-            }
+            m_connection.failed(m_errorNumber);
             refuse(statement);
         }
         if (m_parser != nullptr) {
-            m_parser->parse(handle, received);
+            try {
+                m_parser->parse(handle, received);
+            } catch (const Exception& e) {
+                if (e.message() == StreamFailed) {
+                    m_connection.failed(m_connection.errorNumber());
+                }
+                throw;
+            }
         }
     }
     // Not `handle`: the parser may have reopened the connection.

@@ -15,8 +15,8 @@
 #include <utility>
 #include <vector>
 
-// Another client may not have it; then statements are sent one by one.
-extern "C" [[gnu::weak]] int db_answer_count(void* handle);
+// Null if the program's client lacks it; then statements are sent one by one.
+extern "C" [[gnu::weak]] int db_answer_count(void* handle); // NOLINT(*-redundant-declaration)
 
 namespace Kestro::Database {
 
@@ -103,7 +103,7 @@ std::string excerpt(std::string_view statement)
 {
     constexpr std::size_t Shown = 200;
     std::size_t characters = 0;
-    const auto end = std::ranges::find_if(statement, [&](char c) {
+    const auto* const end = std::ranges::find_if(statement, [&](char c) {
         return (static_cast<unsigned char>(c) & 0xc0U) != 0x80U && ++characters > Shown;
     });
     return std::string(statement.begin(), end) + (end != statement.end() ? " ..." : "");
@@ -146,9 +146,8 @@ Script::Script(const std::string& path, Connection& connection)
     : m_connection(connection), m_state(std::make_unique<State>(path))
 {
     if (connection.enableMultipleStatementsPerQuery() != 0) {
-        DatabaseException failure(4, "Script");
-        failure.stringParameter(connection.errorMessage());
-        throw failure;
+        throw DatabaseException(4, "Script", 0, connection.errorMessage(),
+                                connection.errorNumber());
     }
 }
 
@@ -269,9 +268,8 @@ void Script::failed(std::size_t last)
             state.next = last + 1;
         }
     }
-    DatabaseException failure(4, *statement.file, static_cast<unsigned>(statement.line));
-    failure.stringParameter(text);
-    throw failure;
+    throw DatabaseException(4, *statement.file, static_cast<unsigned>(statement.line),
+                            std::move(text), state.errorNumber);
 }
 
 int Script::get_error_number() const

@@ -335,7 +335,9 @@ void ScriptReader::skipComment()
         source.line += static_cast<unsigned>(rest[0] == '\n');
         ++source.at;
     }
-    unterminated(line, "comment");
+    if (source.error == 0 && !stopped()) {
+        unterminated(line, "comment");
+    }
 }
 
 // Appends the statement that begins here.
@@ -360,8 +362,11 @@ void ScriptReader::cut(std::string& text)
         source.at += bytes;
     };
     const auto isSpecial = [&](char c) {
-        return (state.special[static_cast<unsigned char>(c)] >> inside & 1U) != 0;
+        const unsigned marks = state.special[static_cast<unsigned char>(c)];
+        return (marks >> inside & 1U) != 0;
     };
+    // So that what is written behind the statement is not in the comment.
+    const auto endLineComment = [&] { text += inside == LineComment ? "\n" : ""; };
 
     for (;;) {
         std::string_view rest = state.look(1);
@@ -380,6 +385,7 @@ void ScriptReader::cut(std::string& text)
         } else if (c == '\n') {
             if (endsWithLine && (inside == Plain || inside == LineComment) &&
                 text.find_first_not_of(" \t", begin + first.size()) != std::string::npos) {
+                endLineComment();
                 checkLength(tooLong);
                 return;
             }
@@ -437,9 +443,7 @@ void ScriptReader::cut(std::string& text)
     if (!endsWithLine && state.delimiter != ";") {
         unterminated(m_line, "statement: the delimiter is " + state.delimiter);
     }
-    if (inside == LineComment) {
-        text += '\n';
-    }
+    endLineComment();
     checkLength(tooLong);
 }
 

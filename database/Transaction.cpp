@@ -93,10 +93,14 @@ void Transaction::commit()
 void Transaction::rollback()
 {
     requireOpen();
+    if (isLost()) {
+        // Otherwise the ROLLBACK would be refused, like every statement.
+        m_connection.m_transaction = Connection::TransactionState::None;
+    }
     try {
         m_connection.execute("ROLLBACK");
     } catch (const Exception&) {
-        if (!isLost()) {
+        if (m_connection.m_transaction == Connection::TransactionState::Open) {
             throw;
         }
     }

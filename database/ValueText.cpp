@@ -15,6 +15,7 @@ using namespace std::chrono;
 constexpr char File[] = "ValueText";
 constexpr unsigned NoNumberLine = 1;
 constexpr unsigned NoDateLine = 2;
+constexpr unsigned NoTimeLine = 3;
 
 // Enough for every digit, a sign, a point and an exponent.
 constexpr std::size_t NumberSize = 32;
@@ -89,7 +90,9 @@ bool takeTime(std::string_view& text, detail::Microseconds& time)
 
 } // namespace
 
-template <Number T> void ValueText<T>::append(std::string& text, const T& value)
+namespace detail {
+
+template <class T> void NumberText<T>::append(std::string& text, const T& value)
 {
     if constexpr (std::same_as<T, bool>) {
         text += value ? '1' : '0';
@@ -105,7 +108,7 @@ template <Number T> void ValueText<T>::append(std::string& text, const T& value)
     }
 }
 
-template <Number T> bool ValueText<T>::parse(std::string_view text, T& value)
+template <class T> bool NumberText<T>::parse(std::string_view text, T& value)
 {
     if constexpr (std::same_as<T, bool>) {
         const bool isTrue = text == "1" || text == std::string_view("\1", 1);
@@ -131,19 +134,21 @@ template <Number T> bool ValueText<T>::parse(std::string_view text, T& value)
     }
 }
 
-template struct ValueText<bool>;
-template struct ValueText<signed char>;
-template struct ValueText<unsigned char>;
-template struct ValueText<short>;
-template struct ValueText<unsigned short>;
-template struct ValueText<int>;
-template struct ValueText<unsigned>;
-template struct ValueText<long>;
-template struct ValueText<unsigned long>;
-template struct ValueText<long long>;
-template struct ValueText<unsigned long long>;
-template struct ValueText<float>;
-template struct ValueText<double>;
+template struct NumberText<bool>;
+template struct NumberText<signed char>;
+template struct NumberText<unsigned char>;
+template struct NumberText<short>;
+template struct NumberText<unsigned short>;
+template struct NumberText<int>;
+template struct NumberText<unsigned>;
+template struct NumberText<long>;
+template struct NumberText<unsigned long>;
+template struct NumberText<long long>;
+template struct NumberText<unsigned long long>;
+template struct NumberText<float>;
+template struct NumberText<double>;
+
+} // namespace detail
 
 void ValueText<year_month_day>::append(std::string& text, const year_month_day& value)
 {
@@ -170,10 +175,18 @@ bool ValueText<year_month_day>::parse(std::string_view text, year_month_day& val
 
 namespace detail {
 
+void appendDay(std::string& text, sys_days value)
+{
+    // A year_month_day takes the low 16 bits of a year.
+    const bool isDate =
+        value >= sys_days(year(0) / 1 / 1) && value <= sys_days(year(9999) / 12 / 31);
+    ValueText<year_month_day>::append(text, isDate ? year_month_day(value) : year_month_day());
+}
+
 void appendMoment(std::string& text, sys_time<Microseconds> value)
 {
     const auto day = floor<days>(value);
-    ValueText<year_month_day>::append(text, day);
+    appendDay(text, day);
     text += ' ';
     appendTime(text, value - day);
 }
@@ -192,6 +205,10 @@ bool parseMoment(std::string_view text, sys_time<Microseconds>& value)
 
 void appendTime(std::string& text, Microseconds value)
 {
+    constexpr Microseconds Limit = hours(839); // of the server's TIME
+    if (value <= -Limit || value >= Limit) {
+        throw Exception("SQL has no such time", 4, File, NoTimeLine);
+    }
     const hh_mm_ss parts(value);
     text += parts.is_negative() ? "-" : "";
     append(text, parts.hours().count(), 2);

@@ -7,12 +7,15 @@ use warnings;
 
 my $file = $ARGV[0];
 if ($file =~ /\.md$/) {
-    # Headings that are linked to get a name, as they have one where Markdown is shown elsewhere.
+    # Doxygen gives headings no anchors by their text: each gets one from its page and its text, and the
+    # links to it get the same.
+    my ($page) = $file =~ /([^\/]+)\.md$/;
+    sub name { my ($of, $heading) = @_; return "$of-" . lc($heading =~ s/[^\w -]//gr =~ tr/ /-/r) }
     while (<>) {
-        s/^## ([0-9]+)$/## $1 {#error_$1}/;
-        s/\]\(#([0-9]+)\)/](#error_$1)/g;
+        s/^## (.*)$/"$& {#" . name($page, $1) . "}"/e;
+        s/\]\((?:[\w\/-]*?([\w-]+)\.md)?#([\w-]+)\)/"](#" . name($1 \/\/ $page, $2) . ")"/ge;
         # Doxygen links the name of a class, but not in code.
-        s/`(Kestro::[\w:]+)(<T>)?((?:\(\))?)`/$1$3/g if $file =~ /reference\.md$/;
+        s/`(Kestro::[\w:]+)(<T>)?((?:\(\))?)`/$1$3/g if $page eq 'reference';
         print;
     }
     exit;

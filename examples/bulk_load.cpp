@@ -8,13 +8,6 @@
 
 using namespace Kestro::Database;
 
-void run(Connection& connection, const std::string& statement)
-{
-    Query query(connection);
-    query << statement;
-    query.execute();
-}
-
 int main(int argc, char** argv)
 try {
     const std::string path = argc > 1 ? argv[1] : "/tmp/article.txt"; // the server opens it
@@ -23,7 +16,7 @@ try {
         connection.dbCreate("shop");
         connection.dbSelect("shop");
     }
-    run(connection, "CREATE TABLE IF NOT EXISTS article (id INT PRIMARY KEY, name VARCHAR(40))");
+    connection.execute("CREATE TABLE IF NOT EXISTS article (id INT PRIMARY KEY, name VARCHAR(40))");
 
     std::ofstream file(path);
     file << 1 << '\t' << connection.escapeString("tab\tand \"quotes\"") << '\n';
@@ -34,13 +27,13 @@ try {
         return 1;
     }
 
-    run(connection, "CREATE OR REPLACE TABLE article_new LIKE article");
+    connection.execute("CREATE OR REPLACE TABLE article_new LIKE article");
     QueryLoadData(connection, "shop", "article_new", path); // article is as it was if this throws
-    run(connection, "DROP TABLE IF EXISTS article_old");
-    run(connection, "RENAME TABLE article TO article_old, article_new TO article");
-    run(connection, "DROP TABLE article_old");
+    connection.execute("DROP TABLE IF EXISTS article_old");
+    connection.execute("RENAME TABLE article TO article_old, article_new TO article");
+    connection.execute("DROP TABLE article_old");
     std::cout << QueryCount(connection, "SELECT COUNT(*) FROM article").count() << " rows\n";
-} catch (const Kestro::Exception& e) {
-    std::cerr << e.asString() << '\n';
+} catch (const std::exception& e) {
+    std::cerr << e.what() << '\n';
     return 1;
 }

@@ -19,9 +19,9 @@ try {
             continue;
         }
         std::cout << table << ": "
-                  << QueryCount(connection, "SELECT COUNT(*) FROM `" + table + "`").count()
+                  << QueryCount(connection, "SELECT COUNT(*) FROM " + identifier(table)).count()
                   << " rows\n";
-        for (const auto& field : QueryDescribeTable(connection, "`" + table + "`").fields()) {
+        for (const auto& field : QueryDescribeTable(connection, identifier(table)).fields()) {
             std::cout << "    " << field.name << ' ' << field.type << '\n';
         }
     }

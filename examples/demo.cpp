@@ -24,13 +24,6 @@ constexpr char HelpScript[] = "/usr/share/mysql/fill_help_tables.sql";
 constexpr char ZoneTable[] = "/usr/share/zoneinfo/zone.tab";
 constexpr char Demo[] = "kestro_demo";
 
-void execute(Connection& connection, const std::string& statement)
-{
-    Query query(connection);
-    query << statement;
-    query.execute();
-}
-
 std::ifstream open(const std::string& path)
 {
     std::ifstream file(path);
@@ -60,7 +53,7 @@ struct TemporaryFile {
 void loadHelp(Connection& connection, const std::string& path)
 {
     for (const char* table : {"help_topic", "help_category", "help_keyword", "help_relation"}) {
-        execute(connection, std::string("CREATE TABLE ") + table + " LIKE mysql." + table);
+        connection.execute(std::string("CREATE TABLE ") + table + " LIKE mysql." + table);
     }
     std::ifstream script = open(path);
     TemporaryFile ours;
@@ -71,20 +64,17 @@ void loadHelp(Connection& connection, const std::string& path)
     }
     ours.stream.close();
 
-    connection.enableMultipleStatementsPerQuery();
     QueryFile file(connection, ours.path);
-    file.execute();
+    file.executeInOwnSession(); // it changes the session's character set
     std::cout << "Ran " << path << " with QueryFile: " << std::filesystem::file_size(ours.path)
               << " bytes in " << file.batches().size() << " batches.\n";
-    // The script changed the session's character set: a fresh link starts with our own.
-    connection.dbSelect(Demo);
 }
 
 // zone.tab has three or four columns, divided by tabs: the loader wants all four, with \N for none.
 void loadZones(Connection& connection, const std::string& path)
 {
-    execute(connection, "CREATE TABLE zone (country CHAR(2), position VARCHAR(20), "
-                        "name VARCHAR(60) PRIMARY KEY, comment VARCHAR(200))");
+    connection.execute("CREATE TABLE zone (country CHAR(2), position VARCHAR(20), "
+                       "name VARCHAR(60) PRIMARY KEY, comment VARCHAR(200))");
     std::ifstream zones = open(path);
     TemporaryFile data;
     int written = 0;
@@ -282,7 +272,7 @@ void records(Kestro::KYDBDatabase& database)
 int main(int argc, char** argv)
 try {
     Connection connection("");
-    execute(connection, std::string("DROP DATABASE IF EXISTS ") + Demo);
+    connection.execute(std::string("DROP DATABASE IF EXISTS ") + Demo);
     connection.dbCreate(Demo);
     connection.dbSelect(Demo);
     loadHelp(connection, argc > 1 ? argv[1] : HelpScript);

@@ -17,15 +17,10 @@ try {
         return 1;
     }
     Connection connection(database);
-    if (connection.enableMultipleStatementsPerQuery() != 0) {
-        std::cerr << connection.errorMessage() << '\n';
-        return 1;
-    }
     QueryFile script(connection, path);
-    script.execute();
-    connection.dbSelect(database); // whatever session the script left behind is gone
+    script.executeInOwnSession();
     std::cout << script.batches().size() << " batches\n";
-} catch (const Kestro::Exception& e) {
-    std::cerr << e.asString().substr(0, 500) << '\n'; // the rest is the batch, up to 1 MiB of it
+} catch (const std::exception& e) {
+    std::cerr << e.what() << '\n';
     return 1;
 }

@@ -44,16 +44,12 @@ private:
             return false;
         }
         if (job == Jobs / 2) {
-            Query spoiling(loan.connection());
-            spoiling << "SET SESSION sql_mode = 'ANSI_QUOTES'";
-            spoiling.execute();
+            loan.connection().execute("SET SESSION sql_mode = 'ANSI_QUOTES'");
         }
-        Query insert(loan.connection());
-        insert << "INSERT INTO job VALUES (" << job << ")";
         try {
-            insert.execute();
-        } catch (const DatabaseException&) {
-            if (insert.get_error_number() != NotSafe) {
+            insert(loan.connection(), job);
+        } catch (const DatabaseException& e) {
+            if (e.errorNumber() != NotSafe) {
                 throw;
             }
             sharing.unlock();
@@ -69,9 +65,12 @@ private:
         RefConnection fresh = m_pool.reset(spoilt);
         const ConnectionPool::Lock loan(fresh, m_pool, false);
         std::cout << "connection " << fresh->id() << " in the place of another\n";
-        Query insert(loan.connection());
-        insert << "INSERT INTO job VALUES (" << job << ")";
-        insert.execute();
+        insert(loan.connection(), job);
+    }
+
+    static void insert(Connection& connection, int job)
+    {
+        connection.execute("INSERT INTO job VALUES (" + literal(job) + ")");
     }
 
     ConnectionPool& m_pool;
@@ -87,9 +86,7 @@ try {
     Connection setUp("");
     setUp.dbCreate("kestro_example");
     setUp.dbSelect("kestro_example");
-    Query create(setUp);
-    create << "CREATE TABLE job (id INT PRIMARY KEY)";
-    create.execute();
+    setUp.execute("CREATE TABLE job (id INT PRIMARY KEY)");
 
     ConnectionPool pool("kestro_example", "", "", Connection::defaultAddress(), 2);
     {

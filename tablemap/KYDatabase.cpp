@@ -79,8 +79,7 @@ int KYDBDatabase::Query(Database::Query& query)
 
 int KYDBDatabase::Query(const std::string& sql, Database::RowParser* parser)
 {
-    Database::Query query(m_connection, parser, true);
-    query << sql;
+    Database::Query query(m_connection, sql, parser, true);
     return Query_real(query);
 }
 

@@ -3,6 +3,7 @@
 #include <Kestro/TableMap/KYVarRef.h>
 
 #include "Escaped.h"
+#include "SqlStream.h"
 
 #include <db_client.h>
 
@@ -29,6 +30,7 @@ constexpr std::size_t ColumnInSql = 32; // a guess at its length; longer ones gr
 constexpr char File[] = "KYTable";
 constexpr unsigned NoVariableLine = 1;
 constexpr unsigned MisfitLine = 2;
+constexpr unsigned NoTextLine = 3;
 constexpr char NoVariable[] = "no variable";
 constexpr int UnknownError = 2000; // the client interface's number for a failure without another
 
@@ -89,8 +91,11 @@ bool VarRefBase::empty() const
 void VarRefBase::append(std::string& text) const
 {
     std::ostringstream stream;
-    stream.imbue(std::locale::classic());
+    stream.imbue(Database::sqlLocale());
     streamout(stream);
+    if (const char* refusal = Database::refusedNumber(stream)) {
+        throw Exception(refusal, 4, File, NoTextLine);
+    }
     text += stream.view();
 }
 
@@ -106,7 +111,7 @@ bool VarRefBase::isNull() const
     return false;
 }
 
-void VarRefBase::assign(const char* value, std::size_t /*length*/)
+void VarRefBase::assignBytes(const char* value, std::size_t /*length*/)
 {
     assign(value);
 }
@@ -260,19 +265,19 @@ class DecimalNumbers {
 public:
     explicit DecimalNumbers(std::ostream& os)
         : m_os(os), m_flags(os.flags()), m_locale(os.getloc()),
-          m_isClassic(m_locale == std::locale::classic())
+          m_isPlain(m_locale == std::locale::classic() || m_locale == Database::sqlLocale())
     {
         constexpr auto Kept = std::ios_base::adjustfield | std::ios_base::unitbuf;
         os.flags(std::ios_base::dec | (m_flags & Kept));
-        if (!m_isClassic) {
-            os.imbue(std::locale::classic());
+        if (!m_isPlain) {
+            os.imbue(Database::sqlLocale());
         }
     }
     DecimalNumbers(const DecimalNumbers&) = delete;
     DecimalNumbers& operator=(const DecimalNumbers&) = delete;
     ~DecimalNumbers()
     {
-        if (!m_isClassic) {
+        if (!m_isPlain) {
             m_os.imbue(m_locale);
         }
         m_os.flags(m_flags);
@@ -282,7 +287,7 @@ private:
     std::ostream& m_os;
     std::ios_base::fmtflags m_flags;
     std::locale m_locale;
-    bool m_isClassic;
+    bool m_isPlain;
 };
 
 } // namespace
@@ -377,7 +382,7 @@ int KYDBKeyVarMap::parse(DBRowResult* row)
     for (const Column& column : m_columns) {
         if (!column.variable.isNull()) {
             naming(column.name, [&] {
-                column.variable->assign(
+                column.variable->assignBytes(
                     db_result_get_value(row->connection, row->result, row->row, index),
                     db_result_field_length(row->result, index));
             });
@@ -406,12 +411,12 @@ void KYDBKeyVarMap::dump(std::ostream& os) const
     }
 }
 
-// The text that write(text, column) appends for each selected column, with separators between.
-template <class Write> std::string KYDBKeyVarMap::ofSelected(int mask, const std::string& separator,
-                                                             const Write& write) const
+// Calls write(text, column), which appends, for each selected column, with separators between.
+template <class Write> void KYDBKeyVarMap::appendSelected(std::string& text, int mask,
+                                                          const std::string& separator,
+                                                          const Write& write) const
 {
-    std::string text;
-    text.reserve(m_columns.size() * ColumnInSql);
+    text.reserve(text.size() + m_columns.size() * ColumnInSql);
     bool first = true;
     for (const Column& column : m_columns) {
         if ((column.flags & mask) != 0) {
@@ -422,7 +427,6 @@ template <class Write> std::string KYDBKeyVarMap::ofSelected(int mask, const std
             first = false;
         }
     }
-    return text;
 }
 
 namespace {
@@ -451,53 +455,64 @@ std::ostream& write(std::ostream& os, const std::string& text)
 
 std::string KYDBKeyVarMap::keys(const std::string& prefix, int mask) const
 {
-    return ofSelected(mask, ",", [&prefix](std::string& text, const Column& column) {
+    std::string text;
+    appendSelected(text, mask, ",", [&prefix](std::string& out, const Column& column) {
         if (!prefix.empty()) {
-            text += prefix;
-            text += '.';
+            out += prefix;
+            out += '.';
         }
-        text += column.name;
+        out += column.name;
     });
+    return text;
 }
 
 std::string KYDBKeyVarMap::values(int mask) const
 {
-    return '(' +
-           ofSelected(mask, ",",
-                      [](std::string& text, const Column& column) {
-                          appendQuoted(text, column.variable);
-                      }) +
-           ')';
+    std::string text = "(";
+    appendSelected(text, mask, ",", [](std::string& out, const Column& column) {
+        appendQuoted(out, column.variable);
+    });
+    text += ')';
+    return text;
+}
+
+void KYDBKeyVarMap::append(std::string& text, int mask, const std::string& separator) const
+{
+    appendSelected(text, mask, separator, [](std::string& out, const Column& column) {
+        out += column.name;
+        out += '=';
+        appendQuoted(out, column.variable);
+    });
 }
 
 std::string KYDBKeyVarMap::keyvalues(int mask, const std::string& separator) const
 {
-    return ofSelected(mask, separator, [](std::string& text, const Column& column) {
-        text += column.name;
-        text += '=';
-        appendQuoted(text, column.variable);
-    });
+    std::string text;
+    append(text, mask, separator);
+    return text;
 }
 
 std::string KYDBKeyVarMap::keyupdate(int mask) const
 {
-    const std::string updates = ofSelected(mask, ",", [](std::string& text, const Column& column) {
-        text += column.name + "=VALUES(" + column.name + ')';
+    std::string updates;
+    appendSelected(updates, mask, ",", [](std::string& out, const Column& column) {
+        out += column.name + "=VALUES(" + column.name + ')';
     });
     return updates.empty() ? updates : " ON DUPLICATE KEY UPDATE " + updates;
 }
 
 std::string KYDBKeyVarMap::valuesforfile(int mask) const
 {
-    return ofSelected(mask, "\t",
-                      [](std::string& text, const Column& column) {
-                          if (column.variable.isNull() || column.variable->isNull()) {
-                              text += "\\N";
-                          } else {
-                              column.variable->append(text);
-                          }
-                      }) +
-           '\n';
+    std::string text;
+    appendSelected(text, mask, "\t", [](std::string& out, const Column& column) {
+        if (column.variable.isNull() || column.variable->isNull()) {
+            out += "\\N";
+        } else {
+            column.variable->append(out);
+        }
+    });
+    text += '\n';
+    return text;
 }
 
 void KYDBKeyVarMap::keys(std::ostream& os, const std::string& prefix, int mask) const
@@ -617,11 +632,11 @@ void KYDBTableBase::keep(const Exception& failure)
     m_errorNumber = UnknownError;
 }
 
-bool KYDBTableBase::writePairs(std::string& text, int mask, const std::string& separator)
+bool KYDBTableBase::appendPairs(std::string& text, int mask, const std::string& separator)
 {
     dbmap_init();
     try {
-        text = m_dbmap.keyvalues(mask, separator);
+        m_dbmap.append(text, mask, separator);
         return true;
     } catch (const Exception& e) {
         keep(e);
@@ -708,37 +723,33 @@ int KYDBTableBase::assign(const std::string& name, const std::string& value)
 
 int KYDBTableSimple::get(Database::RowParser* parser)
 {
-    Database::Query query(DBConnection(), parser, true);
-    std::string condition;
-    if (!writePairs(condition, KYDB_FLAG_KEY, " AND ")) {
+    Database::Connection& connection = DBConnection();
+    std::string text =
+        "SELECT " + sql_keys(KYDB_FLAG_ALL, "") + " FROM " + table_name() + " WHERE ";
+    if (!appendPairs(text, KYDB_FLAG_KEY, " AND ")) {
         return -1;
     }
-    query << "SELECT " << sql_keys(KYDB_FLAG_ALL, "") << " FROM " << table_name() << " WHERE "
-          << condition << ';';
+    text += ';';
+    Database::Query query(connection, std::move(text), parser, true);
     return execute(query) == 0 ? 0 : -1;
 }
 
 int KYDBTableSimple::save(bool update)
 {
-    Database::Query query(DBConnection(), nullptr, true);
-    std::string assignments;
-    if (!writePairs(assignments, KYDB_FLAG_SAVE, ",")) {
+    Database::Connection& connection = DBConnection();
+    std::string text;
+    text.reserve(2 * dbmap_size() * ColumnInSql + ColumnInSql);
+    text.append("INSERT INTO ").append(table_name()).append(" SET ");
+    const std::size_t begin = text.size();
+    if (!appendPairs(text, KYDB_FLAG_SAVE, ",")) {
         return -1;
     }
-    // Straight into the buffer: a stream's own operators cost as much as a copy of the text.
-    std::streambuf& buffer = *query.rdbuf();
-    const auto write = [&buffer](std::string_view text) {
-        buffer.sputn(text.data(), static_cast<std::streamsize>(text.size()));
-    };
-    write("INSERT INTO ");
-    write(table_name());
-    write(" SET ");
-    write(assignments);
     if (update) {
-        write(" ON DUPLICATE KEY UPDATE ");
-        write(assignments);
+        const std::size_t length = text.size() - begin;
+        text.append(" ON DUPLICATE KEY UPDATE ").append(text, begin, length);
     }
-    buffer.sputc(';');
+    text += ';';
+    Database::Query query(connection, std::move(text), nullptr, true);
     try {
         return execute(query) == 0 ? 0 : -1;
     } catch (...) {
@@ -748,12 +759,12 @@ int KYDBTableSimple::save(bool update)
 
 int KYDBTableSimple::remove()
 {
-    Database::Query query(DBConnection(), nullptr, true);
-    std::string condition;
-    if (!writePairs(condition, KYDB_FLAG_KEY, " AND ")) {
+    Database::Connection& connection = DBConnection();
+    std::string text = "DELETE FROM " + table_name() + " WHERE ";
+    if (!appendPairs(text, KYDB_FLAG_KEY, " AND ")) {
         return -1;
     }
-    query << "DELETE FROM " << table_name() << " WHERE " << condition;
+    Database::Query query(connection, std::move(text), nullptr, true);
     try {
         return execute(query) == 0 ? 0 : -1;
     } catch (...) {

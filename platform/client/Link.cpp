@@ -184,6 +184,7 @@ int Link::prepareSession()
     const char* const value = limit.value(limit.fetch(0), 0);
     m_maxAllowedPacket = value != nullptr ? std::strtoull(value, nullptr, 10) : 0;
     m_affectedRows = rows;
+    m_answers = 0;
     if (!m_wire.send(ComQuery, Session::Setup)) {
         return noPacket();
     }
@@ -230,7 +231,6 @@ int Link::send(std::string_view text)
         }
     }
     m_session.sends(text);
-    m_answers = 0; // without those to what the link itself has asked
     return 0;
 }
 

@@ -28,13 +28,17 @@ const std::string& ExceptionRecord::stringParameter() const
 
 void ExceptionRecord::stringParameter(const std::string& text)
 {
-    stringParameter(std::string(text));
+    if (&text != m_stringParameter.get()) { // it may be there already, see below
+        m_stringParameter = std::make_shared<const std::string>(text);
+    }
+    changed();
 }
 
 void ExceptionRecord::stringParameter(std::string&& text)
 {
-    m_stringParameter = std::make_shared<const std::string>(std::move(text));
-    changed();
+    const auto moved = std::make_shared<const std::string>(std::move(text));
+    m_stringParameter = moved;
+    stringParameter(*moved); // a derived class may have overridden it
 }
 
 int ExceptionRecord::intParameter() const

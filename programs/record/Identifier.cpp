@@ -173,7 +173,7 @@ std::string VariableNames::add(std::string_view column)
     return unique;
 }
 
-std::string literal(std::string_view text)
+std::string escaped(std::string_view text)
 {
     std::string result;
     const auto octal = [&result](char c) {

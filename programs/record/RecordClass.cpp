@@ -2,8 +2,9 @@
 
 #include "Identifier.h"
 
+#include <Kestro/Database/Literal.h>
+
 #include <algorithm>
-#include <array>
 #include <string_view>
 
 namespace {
@@ -11,52 +12,40 @@ namespace {
 constexpr std::size_t LineWidth = 100;
 constexpr std::string_view Indent = "    ";
 
-/// How a column's values live in a variable.
+/// The variable for a column's values.
 struct Kind {
-    std::string variable;
+    std::string type = "std::string";
     std::string_view start = {}; ///< its value in a new record, if it does not make one itself
-    bool bytes = false;          ///< with NULs among them
-    std::string_view exact = {}; ///< behind the name, makes the server send the whole value
-};
-
-constexpr std::string_view Bytes[] = {
-    "binary",       "varbinary",
-    "tinyblob",     "blob",
-    "mediumblob",   "longblob",
-    "geometry",     "point",
-    "linestring",   "polygon",
-    "multipoint",   "multilinestring",
-    "multipolygon", "geometrycollection",
+    std::string_view exact = {}; ///< after the column's name, makes the server send every digit
 };
 
 Kind kindOf(std::string_view type)
 {
     const std::string_view word = type.substr(0, type.find_first_of("( "));
-    const auto among = [word](const auto& words) { return std::ranges::count(words, word) > 0; };
-    const bool isUnsigned = type.find(" unsigned") != std::string_view::npos;
+    const std::string sign = type.find(" unsigned") != std::string_view::npos ? "unsigned" : "";
 
-    if (among(std::to_array<std::string_view>({"tinyint", "smallint", "mediumint", "year"}))) {
-        return {.variable = "int", .start = " = 0"};
+    if (word == "tinyint" || word == "smallint" || word == "mediumint" || word == "year") {
+        return {"int", " = 0"};
     }
     if (word == "int") {
-        return {.variable = isUnsigned ? "unsigned" : "int", .start = " = 0"};
+        return {sign.empty() ? "int" : sign, " = 0"};
     }
     if (word == "bigint") {
-        return {.variable = isUnsigned ? "unsigned long" : "long", .start = " = 0"};
+        return {sign.empty() ? "long" : sign + " long", " = 0"};
     }
     if (word == "double") {
-        return {.variable = "double", .start = " = 0"};
+        return {"double", " = 0"};
     }
     if (word == "float") {
-        return {.variable = "float", .start = " = 0", .exact = "+0e0"};
+        return {"float", " = 0", "+0e0"};
     }
     if (type == "bit(1)") {
-        return {.variable = "bool", .start = " = false"};
+        return {"bool", " = false"};
     }
     if (word == "bit") {
-        return {.variable = "std::bitset<" + std::string(type.substr(4, type.find(')') - 4)) + '>'};
+        return {"std::bitset<" + std::string(type.substr(4, type.find(')') - 4)) + '>'};
     }
-    return {.variable = "std::string", .bytes = among(Bytes)};
+    return {};
 }
 
 struct Variable {
@@ -64,35 +53,43 @@ struct Variable {
     Kind kind;
     std::string name;
 
-    bool saved() const { return !column.generated && !column.numbered; }
-};
-
-std::string declaration(const Variable& variable)
-{
-    const Kind& kind = variable.kind;
-    if (variable.column.nullable) {
-        return "std::optional<" + kind.variable + "> " + variable.name + ';';
+    std::string declaration() const
+    {
+        return column.nullable ? "std::optional<" + kind.type + "> " + name + ';'
+                               : (kind.type + ' ' + name).append(kind.start) + ';';
     }
-    return (kind.variable + ' ' + variable.name).append(kind.start) + ';';
-}
+    // All the bytes of a text, with NULs among them.
+    std::string reference() const
+    {
+        return declaration().starts_with("std::string ") ? "KYVarRef::exact(" + name + ')' : name;
+    }
+    std::string flags() const
+    {
+        const bool saved = !column.generated && !column.numbered;
+        if (column.key) {
+            return saved ? "KYDB_FLAG_KEY | KYDB_FLAG_SAVE" : "KYDB_FLAG_KEY";
+        }
+        return saved ? "KYDB_FLAG_SAVE" : "Fetched";
+    }
+};
 
 std::string declarations(const std::vector<Variable>& variables)
 {
     std::size_t longest = 0;
     for (const Variable& variable : variables) {
-        longest = std::max(longest, width(declaration(variable)));
+        longest = std::max(longest, width(variable.declaration()));
     }
     std::string text;
     for (const Variable& variable : variables) {
-        std::string line = std::string(Indent) + declaration(variable);
+        std::string line = std::string(Indent) + variable.declaration();
         line.append(Indent.size() + longest - width(line), ' ');
         text += line + " // " +
-                shortened(literal(variable.column.type), LineWidth - width(line) - 4) + '\n';
+                shortened(escaped(variable.column.type), LineWidth - width(line) - 4) + '\n';
     }
     return text;
 }
 
-// A call as .clang-format breaks it.
+// A call as clang-format breaks it.
 std::string call(const std::string& function, const std::vector<std::string>& arguments)
 {
     std::string text;
@@ -112,129 +109,78 @@ std::string call(const std::string& function, const std::vector<std::string>& ar
     return text + line + '\n';
 }
 
-std::string reference(const Variable& variable)
+std::string quoted(const std::string& name, std::string_view behind = "")
 {
-    const bool fits = !variable.kind.bytes || variable.column.nullable;
-    return fits ? variable.name : "KYVarRef::exact(" + variable.name + ')';
+    return '"' + escaped(Kestro::Database::identifier(name).append(behind)) + '"';
 }
 
-std::string flags(const Variable& variable)
+std::string bindings(const Variable& variable)
 {
-    if (variable.column.key) {
-        return variable.saved() ? "KYDB_FLAG_KEY | KYDB_FLAG_SAVE" : "KYDB_FLAG_KEY";
-    }
-    return variable.saved() ? "KYDB_FLAG_SAVE" : "Fetched";
-}
-
-std::string binding(const Variable& variable)
-{
-    const auto bind = [&](std::string_view exact, const std::string& flag) {
-        const std::string expression = quoted(variable.column.name).append(exact);
-        return call("m_dbmap.push_back",
-                    {'"' + literal(expression) + '"', reference(variable), flag});
-    };
-    std::string text = bind("", flags(variable));
-    if (!variable.kind.exact.empty()) {
-        text += bind(variable.kind.exact, "Fetched");
-    }
-    return text;
-}
-
-/// What the variables of a table ask of the class around them.
-struct Needs {
-    bool key = false;
-    bool numbered = false;
-    bool nullable = false;
-    bool bits = false;
-    bool fetched = false;
-
-    explicit Needs(const std::vector<Variable>& variables)
-    {
-        for (const Variable& variable : variables) {
-            key |= variable.column.key;
-            numbered |= variable.column.numbered;
-            nullable |= variable.column.nullable;
-            bits |= variable.kind.variable.starts_with("std::bitset");
-            fetched |= flags(variable) == "Fetched" || !variable.kind.exact.empty();
-        }
-    }
-};
-
-std::string includes(const Needs& needs)
-{
-    return std::string("#include <KestroTableMap>\n") + (needs.bits ? "#include <bitset>\n" : "") +
-           (needs.nullable ? "#include <optional>\n" : "") + "#include <string>\n";
-}
-
-std::string classComment(const std::string& table, const Needs& needs)
-{
+    const std::string& name = variable.column.name;
     std::string text =
-        "/// Written by kestro-record: a row of the table \"" + literal(table) + "\".\n";
-    if (needs.nullable) {
-        text += R"(///
-/// A column that may be NULL is a std::optional, which is empty for NULL. As a key NULL finds
-/// nothing.
-)";
-    }
-    if (needs.numbered) {
-        text += R"(///
-/// The server makes the AUTO_INCREMENT number: save() leaves it out, so every save() is a new row
-/// unless another unique key is taken, and does not set the variable.
-)";
-    }
-    if (!needs.key) {
-        text += R"(///
-/// The table has no key: the server refuses get() and remove() until columns that find one row have
-/// KYDB_FLAG_KEY.
-)";
+        call("m_dbmap.push_back", {quoted(name), variable.reference(), variable.flags()});
+    if (!variable.kind.exact.empty()) {
+        text = "            // Fetched twice: the second value has every digit.\n" + text +
+               call("m_dbmap.push_back",
+                    {quoted(name, variable.kind.exact), variable.reference(), "Fetched"});
     }
     return text;
 }
 
 } // namespace
 
-std::string quoted(const std::string& name)
-{
-    std::string text = "`";
-    for (const char c : name) {
-        text.append(c == '`' ? 2 : 1, c);
-    }
-    return text + '`';
-}
-
-std::string recordClass(const std::string& table, const std::string& name,
-                        const std::vector<Column>& columns)
+std::string recordClass(const Table& table, const std::string& name)
 {
     std::vector<Variable> variables;
     VariableNames names(name);
-    for (const Column& column : columns) {
+    for (const Column& column : table.columns) {
         variables.push_back({column, kindOf(column.type), names.add(column.name)});
     }
-    const Needs needs(variables);
+    const auto any = [&variables](const auto& is) { return std::ranges::any_of(variables, is); };
+    const bool nullable = any([](const Variable& v) { return v.column.nullable; });
 
-    std::string text = "#pragma once\n\n" + includes(needs) + '\n' + classComment(table, needs);
+    std::string text = "#pragma once\n\n#include <KestroTableMap>\n";
+    if (any([](const Variable& v) { return v.kind.type.starts_with("std::bitset"); })) {
+        text += "#include <bitset>\n";
+    }
+    text += nullable ? "#include <optional>\n#include <string>\n\n" : "#include <string>\n\n";
+    text += std::string("/// Written by kestro-record: a row of the ") +
+            (table.view ? "view" : "table") + " \"" + escaped(table.name) + "\".\n";
+    if (nullable) {
+        text += "///\n/// An empty std::optional is NULL. As a key, NULL finds nothing.\n";
+    }
+    if (any([](const Variable& v) { return v.column.numbered; })) {
+        text += R"(///
+/// The server makes the AUTO_INCREMENT number. save() neither sends nor sets it: each save() adds a
+/// row, unless another unique key is taken.
+)";
+    }
+    if (table.view) {
+        text += R"(///
+/// A view has no key: fetchAll() works, but get() and remove() fail until columns that find one row
+/// have KYDB_FLAG_KEY. save() and remove() also need a view that the server can update.
+)";
+    } else if (!any([](const Variable& v) { return v.column.key; })) {
+        text += R"(///
+/// The table has no key: get() and remove() fail until columns that find one row have KYDB_FLAG_KEY.
+)";
+    }
     text += "struct " + name + " : Kestro::KYDBTableSimple {\n" +
             "    Kestro::KYDBDatabase& database;\n" + declarations(variables) + "\n    explicit " +
-            name + "(Kestro::KYDBDatabase& handle) : database(handle) {}\n";
-    text += R"(
+            name + R"((Kestro::KYDBDatabase& handle) : database(handle) {}
+
 protected:
     void dbmap_init() override
     {
         using namespace Kestro;
 )";
-    if (needs.fetched) {
+    if (any([](const Variable& v) { return bindings(v).find("Fetched)") != std::string::npos; })) {
         text += "        constexpr int Fetched = 1; // neither key nor saved\n";
     }
-    text += "        if (dbmap_size() == 0) {\n" +
-            call("table_name", {'"' + literal(quoted(table)) + '"'}) +
+    text += "        if (dbmap_size() == 0) {\n" + call("table_name", {quoted(table.name)}) +
             call("DBDatabase", {"&database"});
     for (const Variable& variable : variables) {
-        if (!variable.kind.exact.empty()) {
-            text += "            // What is fetched into the same variable behind it is the exact "
-                    "number.\n";
-        }
-        text += binding(variable);
+        text += bindings(variable);
     }
-    text += "        }\n    }\n";
-    return text + "};\n";
+    return text + "        }\n    }\n};\n";
 }

@@ -21,9 +21,14 @@ bool Program::answers(int argc, const char* const* argv) const
     return true;
 }
 
-int Program::fail(const std::string& message) const
+void Program::tell(const std::string& message) const
 {
     std::cerr << name << ": " << message << '\n';
+}
+
+int Program::fail(const std::string& message) const
+{
+    tell(message);
     return Failure;
 }
 

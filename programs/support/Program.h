@@ -16,6 +16,8 @@ struct Program {
 
     /// Whether the only argument is --help or --version, which then has been answered.
     bool answers(int argc, const char* const* argv) const;
+    /// Prints a message to standard error.
+    void tell(const std::string& message) const;
     /// Print a message to standard error, the second one with the usage, and return the status.
     int fail(const std::string& message) const;
     int misused(const std::string& message) const;

@@ -134,8 +134,10 @@ std::list<std::string> statementsOf(const std::string& content, bool& regular)
 void scriptReader(std::string_view input)
 {
     const std::string content(input);
-    if (strcasestr(content.c_str(), "source") != nullptr ||
-        content.find("\\.") != std::string::npos) {
+    constexpr std::string_view Word = "source";
+    const auto word = std::search(content.begin(), content.end(), Word.begin(), Word.end(),
+                                  [](unsigned char a, char b) { return std::tolower(a) == b; });
+    if (word != content.end() || content.find("\\.") != std::string::npos) {
         return; // they would read files of this machine
     }
     // Of two CR before a line feed one is left, and the other goes the next time.

@@ -85,7 +85,7 @@ TEST_F(Scripts, AreCutAsTheServersClientCutsThem)
         {"DELIMITER $$\nDELIMITER-x$$ delimiters$$ x DELIMITER ;\n$$",
          "<2:DELIMITER-x><2:delimiters><2:x DELIMITER ;\n+>"},
         {"use a\nUse b;use c -- ;\nuse\nd;user x\n;",
-         "<1:use a><2:Use b><2:use c -- ;><3:use\nd><4:user x\n>"},
+         "<1:use a><2:Use b><2:use c -- ;\n><3:use\nd><4:user x\n>"},
         {"a\\g b\\G c\\N;\\g", "<1:a><1:b><1:c\\N>"},
         {"source included\nx;\\. included;y;SOURCE\tincluded ;z",
          "<1:in 1><2:in 2><2:x><1:in 1><2:in 2><2:y><1:in 1><2:in 2><2:z>"},

@@ -138,8 +138,9 @@ TEST_F(Values, RowsAreTyped)
     connection.execute("SELECT 18446744073709551615, 'a' UNION SELECT NULL, 'b'", &parser);
     std::string seen;
     const auto all = rows<Row>(container);
-    for (auto row = all.begin(); row != all.end(); row++) {
-        seen += literal(row->number) + row->text + ' ';
+    for (auto next = all.begin(); next != all.end();) {
+        const Row& row = *next++;
+        seen += literal(row.number) + row.text + ' ';
     }
     EXPECT_EQ(seen, "18446744073709551615a NULLb ");
     EXPECT_EQ(all.size(), 2U);

@@ -32,7 +32,8 @@ public:
     int errorNumber() const { return m_errorNumber; }
 
     /// The text of asString() with the error number in it, if there is one. A long text, that is a
-    /// long statement, is cut here; the string parameter has all of it.
+    /// long statement, is cut here; the string parameter has all of it. What is changed after the
+    /// construction is in asString() only.
     const char* what() const noexcept override;
 
 private:
@@ -141,7 +142,7 @@ private:
 
     /// Of the Transaction that is open on this connection.
     enum class TransactionState { None, Open, Lost };
-    void lose(int errorNumber);
+    void failed(int errorNumber); // a statement, or the link: the transaction may be lost
 
     void* m_handle = nullptr;
     std::string m_database;

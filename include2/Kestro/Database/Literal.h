@@ -29,7 +29,7 @@ KESTRO_API std::string literal(std::nullptr_t);
 
 /// A value of every type that ValueText.h lists, or that a program has added there: numbers as they
 /// are, texts and dates in double quotes. Throws Exception for what SQL has no literal for: NaN,
-/// infinity, a date that no calendar has.
+/// infinity, a date that no calendar has, a time of 839 hours.
 template <HasValueText T> std::string literal(const T& value)
 {
     if constexpr (std::convertible_to<const T&, std::string_view>) {

@@ -59,6 +59,9 @@ public:
     /// sends it, so that memory does not grow with their number. One that asks for the number of
     /// rows first, as KyRowParser does, has the whole result transferred all the same.
     explicit Query(Connection& connection, RowParser* parser = nullptr, bool storeResult = true);
+    /// The same with a text that counts as written: further text is appended to it.
+    Query(Connection& connection, std::string text, RowParser* parser = nullptr,
+          bool storeResult = true);
     Query(const Query&) = delete;
     Query& operator=(const Query&) = delete;
     ~Query() override;

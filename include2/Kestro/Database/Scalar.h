@@ -31,9 +31,8 @@ private:
 
 /// Runs a statement and returns the value in the first column of its first row:
 ///
-///     const auto open = scalar<std::int64_t>(connection, "SELECT COUNT(*) FROM ticket WHERE
-///     open"); const auto last = scalar<std::optional<std::string>>(connection, "SELECT MAX(name)
-///     FROM t");
+///     const auto count = scalar<std::int64_t>(connection, "SELECT COUNT(*) FROM t");
+///     const auto last = scalar<std::optional<std::string>>(connection, "SELECT MAX(name) FROM t");
 ///
 /// T is a type that ValueText.h lists, or a std::optional of one, which is empty for NULL. Further
 /// columns and rows are not looked at. Throws what Query::execute() throws, and DatabaseException

@@ -17,14 +17,12 @@ namespace Kestro::Database {
 ///         std::cout << reader.file() << ':' << reader.line() << ": " << text << '\n';
 ///     }
 ///
-/// A statement ends at the delimiter, which is ";" until a line `DELIMITER x` changes it, at `\g`
-/// or
-/// `\G`, or at the end of its file. A delimiter does not count inside '...', "..." (with
-/// \ escapes),
-/// `...`, a comment (`# ...`, `-- ...`, or between slash-star and star-slash) or a comment that the
-/// server executes (slash-star-! or slash-star-M!). Where a statement may begin, these are
-/// commands: `DELIMITER x`, `source file` and `\. file`, whose file is found from the directory of
-/// the file that names it, and `use name`, which needs no delimiter at a line's end.
+/// A statement ends at the delimiter, at `\g` or `\G`, or at the end of its file. The delimiter is
+/// ";" until a line `DELIMITER x` changes it. A delimiter does not count inside '...' and "..."
+/// (with escapes), `...`, a comment (`# ...`, `-- ...`, or between slash-star and star-slash) or a
+/// comment that the server executes (slash-star-! or slash-star-M!). Where a statement may begin,
+/// these are commands: `DELIMITER x`, `source file` and `\. file`, whose file is found from the
+/// directory of the file that names it, and `use name`, which needs no delimiter at a line's end.
 ///
 /// Comments before a statement and empty statements are left out, comments inside one stay. A CR
 /// before a line feed is left out everywhere, as the client does, and so is a UTF-8 byte-order

@@ -17,8 +17,9 @@ namespace Kestro::Database {
 /// KYDBTransaction.
 ///
 /// If the link breaks in the middle, or the server rolls everything back because of a deadlock, the
-/// statement that meets it throws, and commit() refuses even if that exception was dropped: what
-/// ran before the loss is never taken for saved.
+/// statement that meets it throws. From then on the transaction is lost: further statements on the
+/// connection are not sent but fail with the same number, and commit() refuses. So nothing of it is
+/// saved, even if the first exception was dropped.
 ///
 /// Threads: the transaction and its connection belong to one thread at a time.
 class KESTRO_API Transaction {

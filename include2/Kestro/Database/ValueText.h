@@ -38,13 +38,21 @@ concept Number = std::same_as<T, bool> || std::same_as<T, signed char> ||
     std::same_as<T, unsigned long> || std::same_as<T, long long> ||
     std::same_as<T, unsigned long long> || std::same_as<T, float> || std::same_as<T, double>;
 
+namespace detail {
+
+// Of a Number. (The members of a constrained specialisation cannot be defined elsewhere: clang 14.)
+template <class T> struct KESTRO_API NumberText {
+    static void append(std::string& text, const T& value);
+    static bool parse(std::string_view text, T& value);
+};
+
+} // namespace detail
+
 /// Numbers, in decimal. A bool is 1 or 0; the single byte of a BIT(1) column is read as one too. A
 /// float or double is written in the shortest form that reads back as the same value; append()
 /// throws Exception for NaN and infinity.
-template <Number T> struct KESTRO_API ValueText<T> {
+template <Number T> struct ValueText<T> : detail::NumberText<T> {
     static constexpr bool Quoted = false;
-    static void append(std::string& text, const T& value);
-    static bool parse(std::string_view text, T& value);
 };
 
 /// Texts, any bytes.
@@ -82,15 +90,23 @@ namespace detail {
 // Microseconds are the finest that the server keeps.
 using Microseconds = std::chrono::duration<std::int64_t, std::micro>;
 
+KESTRO_API void appendDay(std::string& text, std::chrono::sys_days value);
 KESTRO_API void appendMoment(std::string& text, std::chrono::sys_time<Microseconds> value);
 KESTRO_API bool parseMoment(std::string_view text, std::chrono::sys_time<Microseconds>& value);
 KESTRO_API void appendTime(std::string& text, Microseconds value);
 KESTRO_API bool parseTime(std::string_view text, Microseconds& value);
 
+using Exact = std::chrono::duration<long double, std::micro>;
+
+// Whether microseconds can hold the duration, as they cannot the greatest number of seconds or NaN.
+inline bool isHeld(Exact value)
+{
+    return value > Exact(Microseconds::min()) && value < Exact(Microseconds::max());
+}
+
 // Whether the duration is the same in the program's units; those may be too coarse or too narrow.
 template <class Duration> bool convert(Microseconds from, Duration& to)
 {
-    using Exact = std::chrono::duration<long double, std::micro>;
     if (Exact(from) < Exact(Duration::min()) || Exact(from) > Exact(Duration::max())) {
         return false;
     }
@@ -112,9 +128,12 @@ template <class Duration> struct ValueText<std::chrono::sys_time<Duration>> {
     static void append(std::string& text, const std::chrono::sys_time<Duration>& value)
     {
         if constexpr (std::same_as<Duration, std::chrono::days>) {
-            ValueText<std::chrono::year_month_day>::append(text, value);
+            detail::appendDay(text, value);
         } else {
-            detail::appendMoment(text, std::chrono::floor<detail::Microseconds>(value));
+            using Moment = std::chrono::sys_time<detail::Microseconds>;
+            detail::appendMoment(text, detail::isHeld(value.time_since_epoch())
+                                           ? std::chrono::floor<detail::Microseconds>(value)
+                                           : Moment::max());
         }
     }
     static bool parse(std::string_view text, std::chrono::sys_time<Duration>& value)
@@ -131,12 +150,15 @@ template <class Duration> struct ValueText<std::chrono::sys_time<Duration>> {
 };
 
 /// A length of time as TIME columns have it, `-838:59:59.000001`: hours may be more than a day's.
-/// Digits behind the microseconds are cut off.
+/// Digits behind the microseconds are cut off. append() throws Exception for a time of 839 hours or
+/// more.
 template <class Rep, class Period> struct ValueText<std::chrono::duration<Rep, Period>> {
     static constexpr bool Quoted = true;
     static void append(std::string& text, const std::chrono::duration<Rep, Period>& value)
     {
-        detail::appendTime(text, std::chrono::duration_cast<detail::Microseconds>(value));
+        detail::appendTime(text, detail::isHeld(value)
+                                     ? std::chrono::duration_cast<detail::Microseconds>(value)
+                                     : detail::Microseconds::max());
     }
     static bool parse(std::string_view text, std::chrono::duration<Rep, Period>& value)
     {

@@ -101,6 +101,8 @@ public:
     std::ostream& valuesforfile(std::ostream& os, int mask) const;
 
 private:
+    friend class KYDBTableBase;
+
     struct Column {
         std::string name;
         int flags;
@@ -108,8 +110,10 @@ private:
     };
 
     const Column* find(const std::string& name) const;
-    template <class Write>
-    std::string ofSelected(int mask, const std::string& separator, const Write& write) const;
+    template <class Write> void appendSelected(std::string& text, int mask,
+                                               const std::string& separator,
+                                               const Write& write) const;
+    void append(std::string& text, int mask, const std::string& separator) const;
 
     std::vector<Column> m_columns; // in the order of binding
 };

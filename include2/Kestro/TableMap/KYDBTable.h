@@ -104,7 +104,7 @@ private:
     friend class KYDBTableSimple;
 
     void keep(const Exception& failure);
-    bool writePairs(std::string& text, int mask, const std::string& separator);
+    bool appendPairs(std::string& text, int mask, const std::string& separator);
 
     std::string m_tableName;
     KYDBDatabase* m_dbDatabase = nullptr;

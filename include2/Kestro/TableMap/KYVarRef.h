@@ -10,6 +10,7 @@
 #include <ostream>
 #include <string>
 #include <string_view>
+#include <type_traits>
 #include <typeinfo>
 #include <utility>
 
@@ -43,16 +44,16 @@ public:
     virtual void assign(const std::string& text) = 0;
     /// Returns a new reference to the same variable. The caller owns it.
     virtual VarRefBase* dup() const = 0;
-    /// Appends to a text what streamout() writes to a new stream in the classic locale. The
-    /// library's own classes do it without a stream; for an object of a class derived from them
-    /// they call its streamout().
+    /// Appends to a text what streamout() writes to a new stream, which writes numbers as a Query
+    /// does. The library's own classes do it without a stream; for an object of a class derived
+    /// from them they call its streamout(). Throws Exception for NaN and infinity.
     virtual void append(std::string& text) const;
     /// Whether the value is SQL NULL. A map then writes NULL into a statement and \N into a data
     /// file, without streamout(). The base returns false.
     virtual bool isNull() const;
     /// Stores a fetched value of `length` bytes, any bytes, or null as above. The base ignores the
     /// length and calls assign(const char*), so it stores the text up to the first NUL.
-    virtual void assign(const char* value, std::size_t length);
+    virtual void assignBytes(const char* value, std::size_t length);
 
 protected:
     /// The quotation() of texts.
@@ -198,7 +199,7 @@ public:
         }
     }
     bool isNull() const override { return value() == nullptr; }
-    void assign(const char* value, std::size_t length) override
+    void assignBytes(const char* value, std::size_t length) override
     {
         if (value != nullptr) {
             assign(std::string(value, length));
@@ -210,21 +211,24 @@ public:
 private:
     const Value* value() const { return Nullable::valueOf(*m_var); }
 
+    static const std::string& plain(const std::string& value) { return value; }
+    template <class Other> static std::string plain(const Other& value)
+    {
+        std::string text;
+        Text::append(text, value);
+        return text;
+    }
+
     void write(std::string& text) const
     {
         const Value* const written = value();
         if (written == nullptr) {
             text += "NULL";
-        } else if constexpr (std::same_as<Value, std::string>) {
-            appendEscaped(text, *written);
-        } else if constexpr (std::same_as<Value, float>) {
-            Database::ValueText<double>::append(text, *written);
         } else if constexpr (Text::Quoted) {
-            std::string plain;
-            Text::append(plain, *written);
-            appendEscaped(text, plain);
+            appendEscaped(text, plain(*written));
         } else {
-            Text::append(text, *written);
+            using Written = std::conditional_t<std::same_as<Value, float>, double, Value>;
+            Database::ValueText<Written>::append(text, *written);
         }
     }
 

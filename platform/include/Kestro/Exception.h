@@ -9,10 +9,9 @@ namespace Kestro {
 
 class Exception;
 
-/// What every Exception carries, and the operations on it in the order of their virtual slots.
-///
-/// It is the first base of Exception, ahead of std::exception, so that these operations keep their
-/// slots. Programs name Exception, never this class.
+/// What every Exception carries. It is the first base of Exception, ahead of std::exception, so
+/// that its virtual operations keep their slots, and it declares them in the order of these.
+/// Programs use Exception, never this class.
 class ExceptionRecord {
 public:
     virtual ~ExceptionRecord();
@@ -21,7 +20,7 @@ public:
     /// The reference lives until the next change of this object.
     virtual const std::string& stringParameter() const;
     virtual void stringParameter(const std::string& text);
-    void stringParameter(std::string&& text);
+    void stringParameter(std::string&& text); ///< calls the one before, without a copy
 
     /// 0 for a refused connect, 1 for access through an empty handle, 4 for the library's own
     /// failures.
@@ -38,8 +37,8 @@ public:
     virtual unsigned lineNumber() const;
     virtual void lineNumber(unsigned line);
 
-    /// Keeps a copy of the exception that this one replaces, with that one's own causes. The copy
-    /// is a plain Exception: what a derived class adds is lost.
+    /// Keeps a copy of the exception that this one replaces, with the causes of that one. The copy
+    /// is a plain Exception, without what a derived class adds.
     virtual void cause(const Exception& replaced);
 
     /// The exception that this one replaces. Throws Exception("cause", 1) if there is none.
@@ -57,7 +56,7 @@ public:
     const std::string& asString() const;
 
 protected:
-    /// What the constructor of Exception was given.
+    /// The arguments are those of the constructor of Exception.
     ExceptionRecord(const std::string& message, int intParameter, const std::string& fileName,
                     unsigned lineNumber);
     ExceptionRecord(const ExceptionRecord&) = default;
@@ -89,7 +88,7 @@ private:
 /// read by several threads as long as none changes it.
 class Exception : public ExceptionRecord, public std::exception {
 public:
-    /// The four are told by the operations of the same names.
+    /// The operations of the same names return the four.
     explicit Exception(const std::string& message, int intParameter = 0,
                        const std::string& fileName = "", unsigned lineNumber = 0);
     Exception(const Exception&) = default;
