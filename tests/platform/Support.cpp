@@ -119,6 +119,7 @@ TEST(Platform, TraceWritesOneLineAndCutsIt)
 } // namespace
 
 // In the C library's place, so that nothing sleeps: the first pause is interrupted at once.
+// NOLINTNEXTLINE(readability-inconsistent-declaration-parameter-name)
 extern "C" [[gnu::visibility("default")]] int nanosleep(const timespec* requested, timespec* left)
 {
     static bool interrupted = false;

@@ -112,10 +112,10 @@ TEST_F(Values, WhatDoesNotFitIsRefusedByName)
 TEST_F(Values, StreamsFollowTheFormatsThatTheyAreTold)
 {
     Query query(connection);
-    query << std::setw(6) << 1.5 << std::left << std::setw(4) << std::setfill('0') << 2.5
+    query << std::setw(6) << 1.5 << std::left << std::setw(5) << std::setfill('0') << 2.5
           << std::fixed << std::setprecision(2) << 0.999 << std::defaultfloat << ' '
           << std::setprecision(3) << 1234.5 << ' ' << 2.5L;
-    EXPECT_EQ(query.sql(), "   1.52.501.00 1.23e+03 2.5");
+    EXPECT_EQ(query.sql(), "   1.52.5001.00 1.23e+03 2.5");
 }
 
 TEST_F(Values, RowsAreTyped)
