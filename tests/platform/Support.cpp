@@ -2,12 +2,21 @@
 
 #include <Kestro/SocketAddress.h>
 #include <Kestro/Threads.h>
+#include <atomic>
 #include <basepp/dbg.h>
+#include <cerrno>
+#include <csignal>
+#include <ctime>
+#include <pthread.h>
 #include <thread>
+#include <utility>
 
 namespace {
 
 using namespace Kestro;
+
+// What the pauses of ks_usleep add up to.
+timespec slept{};
 
 TEST(Platform, ExceptionsTellEverythingOnceAndCopiesKeepIt)
 {
@@ -21,6 +30,7 @@ TEST(Platform, ExceptionsTellEverythingOnceAndCopiesKeepIt)
     outer.cause(Exception(outer)); // itself: the copy does not hold the cycle
     const Exception copy(outer);
     outer.fileName("Place");
+    EXPECT_EQ(outer.asString().substr(0, 20), "outer (1) at Place:0");
     outer.lineNumber(3);
     EXPECT_EQ(outer.asString().substr(0, 20), "outer (1) at Place:3");
     const std::exception& caught = copy;
@@ -68,6 +78,32 @@ TEST(Platform, MutexIsRecursiveAndSemaphoreCounts)
     EXPECT_EQ(failureOf([&] { ++full; }), "Semaphore (4)");
 }
 
+TEST(Platform, SignalsEndNoWaitAndNoPause)
+{
+    static std::atomic<int> signals;
+    struct sigaction handler {};
+    handler.sa_handler = [](int) { ++signals; };
+    sigaction(SIGUSR1, &handler, nullptr);
+    Semaphore semaphore(0);
+    std::atomic<bool> ended{false};
+    std::thread waiting([&] {
+        semaphore.wait();
+        ended = true;
+    });
+    // Each is awaited, so nearly all of them find the thread waiting.
+    for (int i = 1; i <= 100; ++i) {
+        pthread_kill(waiting.native_handle(), SIGUSR1);
+        while (signals < i && !ended) {
+        }
+    }
+    EXPECT_FALSE(ended);
+    ++semaphore;
+    waiting.join();
+    ks_usleep(5, 2);
+    EXPECT_EQ(slept.tv_sec, 2);
+    EXPECT_EQ(slept.tv_nsec, 5000);
+}
+
 TEST(Platform, TraceWritesOneLineAndCutsIt)
 {
     const auto written = [](const std::string& text) {
@@ -81,3 +117,18 @@ TEST(Platform, TraceWritesOneLineAndCutsIt)
 }
 
 } // namespace
+
+// In the C library's place, so that nothing sleeps: the first pause is interrupted at once.
+// NOLINTNEXTLINE(readability-inconsistent-declaration-parameter-name)
+extern "C" [[gnu::visibility("default")]] int nanosleep(const timespec* requested, timespec* left)
+{
+    static bool interrupted = false;
+    if (!std::exchange(interrupted, true)) {
+        *left = *requested;
+        errno = EINTR;
+        return -1;
+    }
+    slept.tv_sec += requested->tv_sec;
+    slept.tv_nsec += requested->tv_nsec;
+    return 0;
+}

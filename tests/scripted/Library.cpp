@@ -2,9 +2,11 @@
 #include "Testing.h"
 
 #include <KestroDatabase>
+#include <algorithm>
 #include <fstream>
+#include <iterator>
+#include <list>
 #include <locale>
-#include <random>
 #include <unistd.h>
 
 namespace {
@@ -72,16 +74,15 @@ TEST_F(Scripted, ServersAreAwaitedInStepsOfThreeSeconds)
 }
 
 struct Throwing : RowParser {
+    const Query* query = nullptr;
+    std::string seen;
     void parse(void* /*connection*/, void* result) override
     {
-        if (result != nullptr) {
-            throw std::runtime_error("of the parser's own");
+        seen = query != nullptr ? query->sql() : "";
+        if (query != nullptr || result != nullptr) {
+            throw seen;
         }
     }
-};
-
-struct Grouping : std::numpunct<char> {
-    std::string do_grouping() const override { return "\3"; }
 };
 
 TEST_F(Scripted, StatementsAreSentAsWrittenAndRefusalsNameThem)
@@ -92,7 +93,6 @@ TEST_F(Scripted, StatementsAreSentAsWrittenAndRefusalsNameThem)
         {&parser, false, "use a 1000", "75"},
         {nullptr, true, "query, no result: a 1000", "88"},
         {nullptr, false, "use, no result: a 1000", "88"}};
-    const std::string place = "DatabaseException (4) at Query:";
     client.error = "syntax";
     std::locale::global(std::locale(std::locale::classic(), new Grouping));
     for (const auto& [receiver, store, call, line] : rows) {
@@ -104,27 +104,40 @@ TEST_F(Scripted, StatementsAreSentAsWrittenAndRefusalsNameThem)
         EXPECT_EQ(query.affectedRows(), 3U); // the low 32 bits
         EXPECT_EQ(query.get_error_number(), 0);
         client.statements = {false};
-        EXPECT_EQ(failureOf([&] { query.execute(); }), place + line + ": syntax : " + query.sql());
+        EXPECT_EQ(failureOf([&] { query.execute(); }),
+                  std::string("DatabaseException (4) at Query:") + line +
+                      ": syntax : " + query.sql());
         query.execute();
         EXPECT_EQ(query.get_error_message(), "syntax"); // a success does not clear it
         EXPECT_EQ(query.get_error_number(), 1064);
         EXPECT_EQ(client.calls, Calls(3, call));
     }
     std::locale::global(std::locale::classic());
+}
+
+TEST_F(Scripted, ResultsAreFreedWhateverFails)
+{
+    Throwing parser;
     client.results = true;
-    Query throwing(connection, &parser);
-    throwing << "SELECT 1";
-    EXPECT_THROW(throwing.execute(), std::runtime_error);
+    EXPECT_THROW(connection.execute("SELECT 1", &parser), std::string);
     client.statements = {false};
-    EXPECT_THROW(throwing.execute(), DatabaseException);
+    EXPECT_THROW(connection.execute("SELECT 1", &parser), DatabaseException);
     EXPECT_EQ(client.open, 1); // the link
-    client.results = false;
-    client.calls.clear();
+}
+
+TEST_F(Scripted, AnIncompleteStatementIsNotSent)
+{
     Query query(connection);
     query << "DELETE FROM t WHERE a=" << static_cast<const char*>(nullptr) << " AND b=3";
     EXPECT_EQ(failureOf([&] { query.execute(); }),
-              place + "88: the statement was not written completely : DELETE FROM t WHERE a=");
+              "DatabaseException (4) at Query:88: the statement was not written completely : "
+              "DELETE FROM t WHERE a=");
     EXPECT_EQ(query.get_error_number(), 2000);
+    EXPECT_TRUE(client.calls.empty());
+}
+
+TEST_F(Scripted, TheLibrarysOwnStatements)
+{
     connection.dbCreate("`d`");
     connection.dbDelete("`d`");
     EXPECT_EQ(QueryCount(connection, "SELECT 1").count(), 0);
@@ -139,13 +152,7 @@ TEST_F(Scripted, StatementsAreSentAsWrittenAndRefusalsNameThem)
 
 TEST_F(Scripted, TheTextAndBothPositionsStayThroughExecution)
 {
-    struct : RowParser {
-        const Query* query = nullptr;
-        void parse(void* /*connection*/, void* /*result*/) override
-        {
-            throw std::runtime_error(query->sql());
-        }
-    } parser;
+    Throwing parser;
     Query query(connection, &parser);
     parser.query = &query;
     std::istream text(query.rdbuf());
@@ -157,13 +164,8 @@ TEST_F(Scripted, TheTextAndBothPositionsStayThroughExecution)
     query.seekp(0);
     const auto expectSent = [&](const std::string& sql) {
         client.calls.clear();
-        std::string seen;
-        try {
-            query.execute();
-        } catch (const std::runtime_error& e) {
-            seen = e.what();
-        }
-        EXPECT_EQ(seen, sql);
+        EXPECT_THROW(query.execute(), std::string);
+        EXPECT_EQ(parser.seen, sql);
         EXPECT_EQ(client.calls, Calls{"query " + sql});
     };
     expectSent("select 1");
@@ -179,49 +181,25 @@ TEST_F(Scripted, TheTextAndBothPositionsStayThroughExecution)
     }
 }
 
-// Where the batches end, found without reading in blocks: the first terminator that lies inside a
-// stretch of 4096 bytes is a place to cut if the batch up to it is longer than 1 MiB.
-std::list<std::string> model(const std::string& content)
+// A batch ends at the first terminator of a block of 4096 bytes by which it exceeds 1 MiB.
+TEST_F(Scripted, ScriptsAreCutIntoBatchesAndSentInTurn)
 {
-    std::list<std::string> batches;
-    std::size_t start = 0;
-    for (std::size_t block = 0; block < content.size(); block += 4096) {
-        const std::size_t end = content.find(";\n", block) + 2;
-        if (end != 1 && end <= block + 4096 && end - start > 1048576) {
-            batches.push_back(content.substr(start, end - start));
-            start = end;
-        }
-    }
-    if (start < content.size()) {
-        batches.push_back(content.substr(start));
-    }
-    return batches;
-}
-
-TEST_F(Scripted, ScriptsAreCutAsTheModelSaysAndSentInTurn)
-{
-    const std::string path = testing::TempDir() + "kestro_script." + std::to_string(getpid());
-    const auto batchesOf = [&](const std::string& content) {
-        std::ofstream(path) << content;
-        return QueryFile(connection, path).batches();
-    };
-    std::mt19937 random(20);
-    for (int file = 0; file < 60; ++file) {
-        std::string content(random() % (4 << 20), 'x');
-        // Close to the edges of blocks, where the cutting is decided.
-        for (std::size_t count = random() % 2000; count > 0; --count) {
-            const std::size_t at = random() % (content.size() / 4096 + 1) * 4096 + random() % 7;
-            content.replace(std::min(at, content.size()), 2, ";\n");
-        }
-        content.insert(0, 4093, '\0');
-        EXPECT_TRUE(batchesOf(content) == model(content)) << "file " << file;
-    }
-
-    std::string exact;
+    const auto filled = [](std::size_t size) { return std::string(size, 'x'); };
+    std::string exact; // has a terminator at 1 MiB, too
     while (exact.size() <= 1048576) {
-        exact += std::string(4094, 'x') + ";\n";
+        exact += filled(4094) + ";\n";
     }
-    EXPECT_TRUE(batchesOf(exact + exact + "y") == (std::list<std::string>{exact, exact, "y"}));
+    const std::string first = '\0' + filled(1048575) + "a;\n";
+    const std::string second = "b;\n" + filled(1048570) + ";\nc;\n" + filled(4091) + "d;\n";
+    const std::string split = filled(1052668) + ";\n" + filled(9); // in two blocks
+    const std::string path = testing::TempDir() + "kestro_script." + std::to_string(getpid());
+    for (const auto& batches :
+         {std::list{first, second, split}, std::list{exact, exact, std::string("y")}}) {
+        std::ofstream file(path);
+        std::ranges::copy(batches, std::ostream_iterator<std::string>(file));
+        file.close();
+        EXPECT_TRUE(QueryFile(connection, path).batches() == batches);
+    }
     QueryFile script(connection, path);
     script.execute();
     client.error = "syntax";

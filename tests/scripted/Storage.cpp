@@ -5,13 +5,11 @@
 #include <array>
 #include <fstream>
 #include <functional>
-#include <latch>
 #include <memory>
 #include <set>
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
-#include <vector>
 
 // There if the tests are compiled with a sanitizer that watches the heap.
 // NOLINTNEXTLINE(bugprone-reserved-identifier)
@@ -26,47 +24,57 @@ template <std::size_t Size> struct Stored : Storage {
     explicit Stored(unsigned char mark = 0) { bytes.fill(mark); }
 };
 
-template <std::size_t Size> using Objects = std::vector<std::unique_ptr<Stored<Size>>>;
+template <std::size_t Size> struct Objects : std::vector<std::unique_ptr<Stored<Size>>> {
+    using std::vector<std::unique_ptr<Stored<Size>>>::vector;
+    // Each step-th one from the first on, where there is none.
+    void make(std::size_t first = 0, std::size_t step = 1)
+    {
+        for (std::size_t i = first; i < this->size(); i += step) {
+            if (!(*this)[i]) {
+                (*this)[i] = std::make_unique<Stored<Size>>(static_cast<unsigned char>(i % 251));
+            }
+        }
+    }
+    void drop(std::size_t first = 0, std::size_t step = 1)
+    {
+        for (std::size_t i = first; i < this->size(); i += step) {
+            (*this)[i].reset();
+        }
+    }
+};
 
-void inThread(const std::function<void()>& work)
-{
-    std::jthread(work).join();
-}
-
-// Objects keep their bytes whichever thread makes and deletes them.
+// Objects keep their bytes and places whichever thread makes and deletes them.
 template <std::size_t Size> void passBetweenThreads()
 {
-    constexpr std::size_t Half = 5000; // several chunks
-    for (int round = 0; round < 3; ++round) {
-        Objects<Size> all(2 * Half);
-        const auto make = [&all](std::size_t first) {
-            for (std::size_t i = first; i < first + Half; ++i) {
-                all[i] = std::make_unique<Stored<Size>>(static_cast<unsigned char>(i % 251));
-            }
-        };
-        std::jthread other(make, 0);
-        make(Half);
-        other.join();
+    const auto expectIntact = [](const Objects<Size>& all) {
         std::set<const void*> places;
-        for (std::size_t i = 0; i < 2 * Half; ++i) {
+        for (std::size_t i = 0; i < all.size(); ++i) {
             EXPECT_EQ(std::ranges::count(all[i]->bytes, i % 251), Size);
             EXPECT_EQ(reinterpret_cast<std::uintptr_t>(all[i].get()) % (Size % 16 == 0 ? 16 : 8),
                       0U);
             places.insert(all[i].get());
         }
         EXPECT_EQ(places.size(), all.size());
-        // Threads delete at once, each in all chunks.
-        constexpr std::size_t Threads = 4;
-        std::latch start(Threads);
-        std::array<std::jthread, Threads> threads;
-        for (std::size_t thread = 0; thread < Threads; ++thread) {
-            threads[thread] = std::jthread([&all, &start, thread] {
-                start.arrive_and_wait();
-                for (std::size_t i = thread; i < all.size(); i += Threads) {
-                    all[i].reset();
-                }
-            });
+    };
+    for (int round = 0; round < 3; ++round) {
+        Objects<Size> all(10'000); // several chunks
+        {
+            const std::jthread other([&all] { all.make(0, 2); });
+            all.make(1, 2);
         }
+        expectIntact(all);
+        // Threads delete at once, each in all chunks, while this one uses its own.
+        std::vector<std::jthread> threads;
+        for (std::size_t thread = 0; thread < 4; ++thread) {
+            threads.emplace_back([&all, thread] { all.drop(thread, 4); });
+        }
+        Objects<Size> few(20); // in the chunk that this thread holds, beside what they delete
+        for (int again = 0; again < 1000; ++again) {
+            few.make();
+            few.drop();
+        }
+        few.make();
+        expectIntact(few);
     }
 }
 
@@ -78,14 +86,6 @@ TEST(Storage, PassesObjectsBetweenThreads)
     passBetweenThreads<257>();
 }
 
-long residentPages()
-{
-    long size = 0;
-    long resident = 0;
-    std::ifstream("/proc/self/statm") >> size >> resident;
-    return resident;
-}
-
 // What many objects took goes back, whoever deletes them and though a few of them stay.
 TEST(Storage, GivesMemoryBack)
 {
@@ -94,51 +94,41 @@ TEST(Storage, GivesMemoryBack)
         EXPECT_NE(__sanitizer_get_ownership(object.get()), 0) << "hidden from the sanitizer";
         return;
     }
-    const auto here = [](const std::function<void()>& work) { work(); };
+    const auto residentPages = [] {
+        long size = 0;
+        long resident = 0;
+        std::ifstream("/proc/self/statm") >> size >> resident;
+        return resident;
+    };
     using Where = std::function<void(const std::function<void()>&)>;
+    const Where here = [](const auto& work) { work(); };
+    const Where inThread = [](const auto& work) { std::jthread(work).join(); };
     const Table<const char*, Where, Where> ways = {{"one thread", here, here},
                                                    {"deleted in another", here, inThread},
                                                    {"made in one that ended", inThread, here}};
     for (const auto& [name, makes, deletes] : ways) {
         Objects<100> all(300'000);
-        const auto make = [&all] {
-            for (auto& object : all) {
-                object = object ? std::move(object) : std::make_unique<Stored<100>>();
-            }
-        };
-        const auto drop = [&all](std::size_t step) {
-            for (std::size_t i = 0; i < all.size(); i += step) {
-                all[i].reset();
-            }
-        };
         const long before = residentPages();
-        makes(make);
+        makes([&all] { all.make(); });
         const long tenth = (residentPages() - before) / 10;
         EXPECT_GT(tenth, 700) << name;
-        deletes([&drop] { drop(2); });
-        makes(make);
+        deletes([&all] { all.drop(0, 2); });
+        makes([&all] { all.make(); });
         EXPECT_LT(residentPages() - before, 11 * tenth) << name << ": places are not used again";
         const std::array kept{std::move(all[100]), std::move(all[150'000])};
-        deletes([&drop] { drop(1); });
+        deletes([&all] { all.drop(); });
         EXPECT_LT(residentPages() - before, tenth) << name;
     }
-}
-
-// A thread that ends leaves all to the others: what it deleted, and its last chunk, whatever its
-// own thread_local objects delete then.
-TEST(Storage, IsLeftByThreadsThatEnd)
-{
-    if (__sanitizer_get_ownership != nullptr) {
-        GTEST_SKIP() << "the heap's";
-    }
+    // A thread that ends leaves all to the others: what it deleted, and its last chunk, whatever
+    // its own thread_local objects delete then.
     const long before = residentPages();
     for (int i = 0; i < 1000; ++i) {
         Objects<200> all(200);
-        std::ranges::generate(all, [] { return std::make_unique<Stored<200>>(); });
+        all.make();
         inThread([&all] {
             static thread_local std::unique_ptr<Stored<200>> held;
             held = std::make_unique<Stored<200>>();
-            all.clear();
+            all.drop();
         });
     }
     EXPECT_LT(residentPages() - before, 1000); // a tenth of all
@@ -150,13 +140,8 @@ TEST(Storage, LivesOnInAChildProcess)
     if (__sanitizer_get_ownership != nullptr) {
         GTEST_SKIP() << "a sanitizer's own locks are not safe there";
     }
-    const auto use = [] {
-        Objects<232> all(2000);
-        for (auto& o : all) {
-            o = std::make_unique<Stored<232>>();
-        }
-    };
-    std::jthread other([&use](const std::stop_token& stop) {
+    const auto use = [] { Objects<232>(2000).make(); };
+    const std::jthread other([&use](const std::stop_token& stop) {
         while (!stop.stop_requested()) {
             use();
         }

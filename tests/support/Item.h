@@ -4,31 +4,24 @@
 #include <KestroTableMap>
 #include <string>
 
-/// A record of a table "item" (number BIGINT, text VARCHAR(60)).
+/// A record of a table "item" (number BIGINT, text VARBINARY(600), note VARBINARY(300)), found by
+/// its text.
 struct Item : Kestro::KYDBTableSimple {
-    Kestro::KYDBDatabase& handle;
     long number = 0;
     std::string text = "it's \"saved\"";
+    char note[300] = "";
 
-    explicit Item(Kestro::KYDBDatabase& database) : handle(database) {}
+    /// Made from nothing, its database comes from outside.
+    explicit Item(Kestro::KYDBDatabase* database = nullptr) { DBDatabase(database); }
 
 protected:
     void dbmap_init() override
     {
         if (dbmap_size() == 0) {
             table_name("item");
-            DBDatabase(&handle);
-            m_dbmap.push_back("number", number, Kestro::KYDB_FLAG_KEY | Kestro::KYDB_FLAG_SAVE)
-                .push_back("text", text, Kestro::KYDB_FLAG_SAVE);
+            m_dbmap.push_back("number", number, Kestro::KYDB_FLAG_SAVE)
+                .push_back("text", text, Kestro::KYDB_FLAG_KEY | Kestro::KYDB_FLAG_SAVE)
+                .push_back("note", note, sizeof note, Kestro::KYDB_FLAG_SAVE);
         }
     }
 };
-
-/// Runs a statement; throws what Query::execute() throws.
-inline void execute(Kestro::Database::Connection& connection, const std::string& text,
-                    Kestro::Database::RowParser* parser = nullptr, bool store = true)
-{
-    Kestro::Database::Query query(connection, parser, store);
-    query << text;
-    query.execute();
-}

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <array>
 #include <cstdlib>
-#include <cstring>
 #include <poll.h>
 #include <stdexcept>
 #include <sys/socket.h>
@@ -13,40 +12,37 @@
 
 namespace {
 
-sockaddr_un addressOf(const std::string& path)
+// Calls bind() or connect() for a socket with this path; returns what that returns.
+int with(int (&call)(int, const sockaddr*, socklen_t), int socket, const std::string& path)
 {
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
+    sockaddr_un address{AF_UNIX, {}};
     path.copy(address.sun_path, sizeof address.sun_path - 1);
-    return address;
+    return call(socket, reinterpret_cast<const sockaddr*>(&address), sizeof address);
 }
 
+// A blocking socket takes all or fails.
 bool sendAll(int socket, std::string_view bytes)
 {
-    while (!bytes.empty()) {
-        const ssize_t sent = send(socket, bytes.data(), bytes.size(), MSG_NOSIGNAL);
-        if (sent <= 0) {
-            return false;
-        }
-        bytes.remove_prefix(static_cast<std::size_t>(sent));
-    }
-    return true;
+    const ssize_t sent = send(socket, bytes.data(), bytes.size(), MSG_NOSIGNAL);
+    return sent == static_cast<ssize_t>(bytes.size());
 }
 
 } // namespace
 
 Proxy::Proxy()
-    : m_server(std::getenv("MYSQL_UNIX_PORT")), m_path(m_server + ".proxy"),
+    : m_server(std::getenv("MYSQL_UNIX_PORT")),
       m_socket(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0))
 {
-    const sockaddr_un address = addressOf(m_path);
     unlink(m_path.c_str());
-    if (bind(m_socket, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
-        listen(m_socket, SOMAXCONN) != 0) {
+    if (with(bind, m_socket, m_path) != 0 || listen(m_socket, SOMAXCONN) != 0) {
         throw std::runtime_error("no socket at " + m_path);
     }
     setenv("MYSQL_UNIX_PORT", m_path.c_str(), 1);
-    m_listener = std::jthread([this] { accept(); });
+    m_listener = std::jthread([this] {
+        for (int client; (client = accept4(m_socket, nullptr, nullptr, SOCK_CLOEXEC)) >= 0;) {
+            m_connections.emplace_back([this, client] { carry(client); });
+        }
+    });
 }
 
 Proxy::~Proxy()
@@ -59,43 +55,28 @@ Proxy::~Proxy()
     unlink(m_path.c_str());
 }
 
-void Proxy::accept()
-{
-    for (int client; (client = accept4(m_socket, nullptr, nullptr, SOCK_CLOEXEC)) >= 0;) {
-        m_connections.emplace_back([this, client] { carry(client); });
-    }
-}
-
 void Proxy::carry(int client)
 {
-    const sockaddr_un address = addressOf(m_server);
     const int server = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    bool open = connect(server, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
+    bool open = with(connect, server, m_server) == 0;
     bool loggingIn = true;
     std::array<char, 65536> buffer;
     while (open) {
         std::array<pollfd, 3> ends = {{{client, POLLIN, 0}, {server, POLLIN, 0}, {m_socket, 0, 0}}};
         poll(ends.data(), ends.size(), -1);
-        open = ends[2].revents == 0;
-        for (const pollfd& end : {ends[0], ends[1]}) {
-            if (!open || end.revents == 0) {
-                continue;
+        const int from = ends[1].revents != 0 ? server : client;
+        const ssize_t got = ends[2].revents == 0 ? recv(from, buffer.data(), buffer.size(), 0) : 0;
+        std::string bytes(buffer.data(), static_cast<std::size_t>(std::max<ssize_t>(got, 0)));
+        if (bytes.empty()) {
+            open = false;
+        } else if (from == server) {
+            answer(bytes);
+            open = pass(client, bytes);
+        } else {
+            if (std::exchange(loggingIn, false)) {
+                login(bytes);
             }
-            const ssize_t got = recv(end.fd, buffer.data(), buffer.size(), 0);
-            if (got <= 0) {
-                open = false;
-                continue;
-            }
-            std::string bytes(buffer.data(), static_cast<std::size_t>(got));
-            if (end.fd == server) {
-                answer(bytes);
-                open = pass(client, bytes);
-            } else {
-                if (std::exchange(loggingIn, false)) {
-                    login(bytes);
-                }
-                open = sendAll(server, bytes);
-            }
+            open = sendAll(server, bytes);
         }
     }
     close(server);
@@ -108,14 +89,10 @@ bool Proxy::pass(int client, const std::string& bytes)
         std::size_t size = drips ? 1 : bytes.size() - i;
         if (left >= 0) {
             size = std::min(size, static_cast<std::size_t>(left));
-            left -= static_cast<long>(size);
-            if (size == 0) {
-                left = -1;
-                return false;
-            }
+            left = size == 0 ? -1 : left - static_cast<long>(size);
         }
-        passed += static_cast<long>(size);
-        if (!sendAll(client, std::string_view(bytes).substr(i, size))) {
+        passed += static_cast<long>(size); // counted once the client can have it
+        if (size == 0 || !sendAll(client, std::string_view(bytes).substr(i, size))) {
             return false;
         }
         i += size;

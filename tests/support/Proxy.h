@@ -28,13 +28,12 @@ public:
     std::atomic<long> passed{0};
 
 private:
-    void accept();
     void carry(int client);
     bool pass(int client, const std::string& bytes);
 
-    std::string m_server;
-    std::string m_path;
-    int m_socket;
+    const std::string m_server;
+    const std::string m_path = m_server + ".proxy";
+    const int m_socket;
     std::vector<std::jthread> m_connections;
     std::jthread m_listener;
 };

@@ -3,6 +3,7 @@
 #include <Kestro/Api.h>
 #include <ctime>
 #include <db_client.h>
+#include <stdexcept>
 #include <unistd.h>
 
 ScriptedClient client;
@@ -19,6 +20,9 @@ bool next(std::deque<bool>& script)
 
 int run(const std::string& call, const char* text, void** result)
 {
+    if (client.thrown) {
+        throw std::runtime_error("of the client's own");
+    }
     client.calls.push_back(call + (result != nullptr ? " " : ", no result: ") + text);
     if (result != nullptr && client.results) {
         *result = &++client.open;

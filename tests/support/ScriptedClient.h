@@ -15,6 +15,7 @@ struct ScriptedClient {
     const char* error = "";      ///< why they do not
     int errorNumber = 1064;      ///< its number
     bool results = false;        ///< whether statements make a result, refused ones too
+    bool thrown = false;         ///< whether statements throw
     int answers = 0;             ///< before a statement that fails
     int open = 0;                ///< links and results that were handed out and not taken back
     long now = 1000;             ///< what time() tells; sleep() adds to it

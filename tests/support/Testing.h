@@ -3,6 +3,7 @@
 #include <Kestro/Exception.h>
 
 #include <gtest/gtest.h>
+#include <locale>
 #include <string>
 #include <tuple>
 #include <vector>
@@ -20,3 +21,16 @@ template <class Call> std::string failureOf(const Call& call)
     }
     return "";
 }
+
+/// Expects that what a row begins with is what it ends with.
+inline void expectEqual(const Table<std::string, std::string>& rows)
+{
+    for (const auto& [actual, expected] : rows) {
+        EXPECT_EQ(actual, expected);
+    }
+}
+
+/// Groups digits by threes, as the locale of many a program does.
+struct Grouping : std::numpunct<char> {
+    std::string do_grouping() const override { return "\3"; }
+};
