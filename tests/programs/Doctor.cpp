@@ -101,7 +101,7 @@ TEST(Checks, JudgeAClusterAndItsTables)
 
 class Doctor : public ServerTest {
 protected:
-    const std::string socketPath = std::getenv("MYSQL_UNIX_PORT");
+    const std::string socketPath = environment("MYSQL_UNIX_PORT");
     const std::string login =
         value("SELECT CONCAT(\"'\", REPLACE(CURRENT_USER(), '@', \"'@'\"), \"'\")");
     // For files that the tests make; gone with the server.

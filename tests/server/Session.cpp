@@ -98,7 +98,7 @@ TEST_F(Session, IsRefusedOnceEscapedValuesAreUnsafe)
 
 TEST_F(Session, FailedConnectsTellTheirReasonToTheirThread)
 {
-    const std::string real = std::getenv("MYSQL_UNIX_PORT");
+    const std::string real = environment("MYSQL_UNIX_PORT");
     const std::string tooLong(200, 'x');
     const Table<std::string, std::string, std::string, int> rows = {
         {real + ".none", "", "", 2002}, {tooLong, "", "", 2001},   {real, "none", "", 1049},
@@ -190,7 +190,7 @@ TEST_F(Session, OurOwnStatementsDoNotShow)
                         db_error_number(link.get()) == static_cast<int>(mysql_errno(plain.get())))
                 << text;
             MYSQL_RES* const stored = mysql_store_result(plain.get());
-            const MYSQL_ROW row = stored != nullptr ? mysql_fetch_row(stored) : nullptr;
+            char** const row = stored != nullptr ? mysql_fetch_row(stored) : nullptr;
             EXPECT_EQ(at(Handle(result, db_free_result), 0),
                       row != nullptr ? std::string(row[0], *mysql_fetch_lengths(stored)) : "NULL")
                 << texts.front() << "; " << text;

@@ -1,5 +1,7 @@
 #include "Proxy.h"
 
+#include "Testing.h"
+
 #include <algorithm>
 #include <array>
 #include <cstdlib>
@@ -30,7 +32,7 @@ bool sendAll(int socket, std::string_view bytes)
 } // namespace
 
 Proxy::Proxy()
-    : m_server(std::getenv("MYSQL_UNIX_PORT")),
+    : m_server(environment("MYSQL_UNIX_PORT")),
       m_socket(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0))
 {
     unlink(m_path.c_str());

@@ -2,6 +2,7 @@
 
 #include <Kestro/Exception.h>
 
+#include <cstdlib>
 #include <gtest/gtest.h>
 #include <locale>
 #include <string>
@@ -20,6 +21,13 @@ template <class Call> std::string failureOf(const Call& call)
         return e.asString();
     }
     return "";
+}
+
+/// A variable of the environment; "" if it is not set.
+inline std::string environment(const char* name)
+{
+    const char* const value = std::getenv(name);
+    return value != nullptr ? value : "";
 }
 
 /// Expects that what a row begins with is what it ends with.
