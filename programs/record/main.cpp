@@ -19,10 +19,10 @@
 #include <fstream>
 #include <getopt.h>
 #include <iostream>
-#include <iterator>
 #include <map>
 #include <optional>
 #include <set>
+#include <sstream>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -109,8 +109,9 @@ bool holds(const std::filesystem::path& path, const std::string& text)
     if (!std::filesystem::is_regular_file(path)) { // reading another kind might never end
         return false;
     }
-    std::ifstream file(path, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(file), {}) == text;
+    std::ostringstream content;
+    content << std::ifstream(path, std::ios::binary).rdbuf();
+    return content.view() == text;
 }
 
 // Writes a file that does not exist yet, or has this text already.
