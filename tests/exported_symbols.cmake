@@ -12,7 +12,7 @@ if(NOT symbols)
 endif()
 list(TRANSFORM symbols REPLACE "^[0-9a-f]+ . ((typeinfo|typeinfo name|vtable|VTT|construction vtable|non-virtual thunk|virtual thunk) (for|to) )?" "")
 list(FILTER symbols EXCLUDE REGEX
-  "^(Kestro::|basepp::dbg::debug\\(|basepp_dbg_mask_$|db_[a-z_]+$|kydb_escape_string\\(|string2list\\()")
+  "^(Kestro::|std::ostream-in-Kestro::|basepp::dbg::debug\\(|basepp_dbg_mask_$|db_[a-z_]+$|kydb_escape_string\\(|string2list\\()")
 if(symbols)
   list(JOIN symbols "\n" symbols)
   message(FATAL_ERROR "exported, and no part of the public interface:\n${symbols}")
