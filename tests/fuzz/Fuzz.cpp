@@ -184,7 +184,7 @@ void value(std::string_view input)
         .push_back("bytes", bytes, KYDB_FLAG_SAVE)
         .push_back("buffer", buffer, sizeof buffer, KYDB_FLAG_SAVE);
     for (const char* name : {"number", "low", "bytes", "buffer"}) {
-        map.assign(name, text);
+        check(map.assign(name, text) == 0);
     }
     check(low == static_cast<int>(number) && bytes == text);
     check(std::string_view(buffer) == std::string_view(text.c_str()).substr(0, sizeof buffer - 1));
