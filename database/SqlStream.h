@@ -6,7 +6,7 @@
 namespace Kestro::Database {
 
 /// How a stream that writes SQL writes its numbers: as the classic locale does, but floating-point
-/// ones in the shortest form that reads back as the same value, unless the stream was told a format
+/// ones in the shortest form that reads back as the same value, unless the stream has a format
 /// or a precision other than the default of 6. NaN and infinity put the stream into failure.
 const std::num_put<char>& sqlNumbers();
 

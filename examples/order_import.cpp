@@ -1,5 +1,5 @@
-// Imports orders from lines of text, each order with its items in one transaction. A line that is
-// wrong is told by its number, and nothing of its order is imported.
+// Imports orders from lines of text, each order with its items in one transaction. A wrong line is
+// reported with its number, and nothing of its order is imported.
 //
 //     order_import [FILE]
 

@@ -243,8 +243,8 @@ int Link::enableMultipleStatements()
     return m_state == State::Open ? sendOption() : 0;
 }
 
-// Tells the server whether several statements are allowed. If the connection is lost meanwhile,
-// that is no failure: the next statement reports the loss, and logging in sets the option.
+// Sets the server's option that allows several statements. A connection that is lost meanwhile is
+// no failure: the next statement reports the loss, and logging in sets the option.
 int Link::sendOption()
 {
     constexpr std::string_view On("\0\0", 2);

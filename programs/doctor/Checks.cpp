@@ -95,7 +95,7 @@ Finding connectionFinding(const Failure& failure, const std::string& login, bool
         return {Ok, "connection", "the server answers", ""};
     case CannotConnect:
         advice = socketRight ? "nobody listens there: start the server (systemctl start mariadb); "
-                               "its log tells why it does not run"
+                               "its log says why it does not run"
                              : "put the socket right, see above";
         break;
     case AccessDenied:
@@ -104,7 +104,7 @@ Finding connectionFinding(const Failure& failure, const std::string& login, bool
                  " IDENTIFIED VIA unix_socket (ALTER USER if the account exists)";
         break;
     case TooManyConnections:
-        advice = "SHOW PROCESSLIST, as root, tells who holds them; max_connections is the limit";
+        advice = "SHOW PROCESSLIST, as root, shows who holds them; max_connections is the limit";
         break;
     case ServerLost:
         advice = "the server is stopped or overloaded: try again, see its log";
@@ -298,7 +298,7 @@ Finding readingFinding(const std::string& directory, bool readable)
     }
     return {Note, "data files", "the server cannot read what this program writes in " + directory,
             "write data files in a directory that the server's user may enter, such as one below "
-            "/var/lib; systemctl cat mariadb tells what is hidden from the server (ProtectHome, "
+            "/var/lib; systemctl cat mariadb shows what is hidden from the server (ProtectHome, "
             "PrivateTmp)"};
 }
 
@@ -313,7 +313,7 @@ Findings tableFindings(const std::string& database, const std::vector<TableState
         const std::size_t before = findings.size();
         if (table.engine.empty()) {
             findings.push_back({Bad, "table", name + " cannot be opened",
-                                "CHECK TABLE " + name + "; the server's log tells more"});
+                                "CHECK TABLE " + name + "; the server's log says more"});
             continue;
         }
         if (!table.transactional) {
@@ -375,7 +375,7 @@ Findings clusterFindings(const ClusterStatus& status)
         add("cluster", "wsrep_ready", Ok, "", "");
     } else {
         add("cluster", "wsrep_ready", Bad, ": this node refuses statements on tables (1047)",
-            "wait until it has joined; its log tells what it waits for");
+            "wait until it has joined; its log says what it waits for");
     }
 
     if (valueOf(status, "wsrep_cluster_status") == "Primary") {
@@ -389,7 +389,7 @@ Findings clusterFindings(const ClusterStatus& status)
     const std::string size = valueOf(status, "wsrep_cluster_size");
     if (size == "0") {
         add("cluster", "wsrep_cluster_size", Bad, ": this node has left the cluster",
-            "start its server again; its log tells why it left");
+            "start its server again; its log says why it left");
     } else if (size == "1") {
         add("cluster", "wsrep_cluster_size", Note, ": no other node has the data",
             "start the other nodes");
@@ -408,7 +408,7 @@ Findings clusterFindings(const ClusterStatus& status)
             "wait until the other node has joined");
     } else {
         add("cluster", "wsrep_local_state_comment", Bad, ": this node has not all the data",
-            "wait until it is Synced; its log tells what it waits for");
+            "wait until it is Synced; its log says what it waits for");
     }
     return findings;
 }

@@ -31,7 +31,7 @@ std::string adviceForMissing(const std::vector<programs::SocketPlace>& places, s
         }
     }
     return "start the server (systemctl start mariadb), or name its socket in MYSQL_UNIX_PORT: "
-           "\"socket\" in the server's option files tells it";
+           "\"socket\" in the server's option files names it";
 }
 
 } // namespace

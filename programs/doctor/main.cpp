@@ -322,8 +322,8 @@ void examine(Report& report, const std::optional<std::string>& database)
     const Failure failure = open(connection, "");
     report.add(connectionFinding(failure, loginName(), socket.severity == Severity::Ok));
     if (!connection) {
-        report.add(
-            Finding{Severity::Note, "server", "nothing more can be told without a connection", ""});
+        report.add(Finding{Severity::Note, "server",
+                           "nothing more can be checked without a connection", ""});
         return;
     }
     Examination examination(report, *connection);

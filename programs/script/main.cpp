@@ -25,10 +25,10 @@ constexpr programs::Program Self = {"kestro-script",
 Runs scripts of SQL on the local server, as they are found in the world: with
 DELIMITER and source lines, comments for some servers only, and line ends of any
 kind. A FILE that is "-" is standard input. Each FILE has a session of its own.
-Results of statements are read and dropped. A statement that fails is told by
-file, line, the server's text and the statement, and ends the run.
+Results of statements are read and dropped. A statement that fails is reported
+with file, line, the server's message and the statement, and ends the run.
 
-Ctrl-C ends the run after the statements that were sent, and tells how far it
+Ctrl-C ends the run after the statements that were sent, and reports how far it
 came; a second one ends it at once.
 
 Options:

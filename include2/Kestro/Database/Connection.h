@@ -113,7 +113,7 @@ public:
     std::string escapeString(const std::string& text) const;
 
     /// Runs a statement and returns the number of rows that it changed or delivered, as
-    /// Query::affectedRows() tells it. The text is sent as it is, and a result goes to the parser
+    /// Query::affectedRows() does. The statement is sent as it is, and a result goes to the parser
     /// if there is one. Throws what Query::execute() throws.
     std::uint32_t execute(const std::string& statement, RowParser* parser = nullptr);
 

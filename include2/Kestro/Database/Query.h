@@ -39,11 +39,11 @@ public:
 /// what is written afterwards is appended, and the next execute() sends all of it again.
 ///
 /// Numbers are written as the classic locale writes them, and floating-point ones in the shortest
-/// form that reads back as the same value, unless the stream is told another format (std::fixed, or
-/// a precision other than 6). A float is written as the double of the same value. SQL has neither
-/// NaN nor infinity: execute() refuses a text into which one was written. To a stream, signed char
-/// and unsigned char, and so std::int8_t and std::uint8_t, are characters; literal() writes them as
-/// numbers.
+/// form that reads back as the same value, unless another format is set in the stream (std::fixed,
+/// or a precision other than 6). A float is written as the double of the same value. SQL has
+/// neither NaN nor infinity: execute() refuses a text into which one was written. To a stream,
+/// signed char and unsigned char, and so std::int8_t and std::uint8_t, are characters; literal()
+/// writes them as numbers.
 ///
 /// The buffer, rdbuf(), is a std::stringbuf for reading and writing: seekp() lets a program
 /// overwrite a part of the text, and a std::istream on the buffer reads it. Do not give it memory

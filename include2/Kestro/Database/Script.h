@@ -9,8 +9,8 @@
 
 namespace Kestro::Database {
 
-/// Runs a script as the server's command-line client does, with DELIMITER and source;
-/// ScriptReader.h tells how it is cut into statements.
+/// Runs a script as the server's command-line client does, with DELIMITER and source. For how it is
+/// cut into statements, see ScriptReader.h.
 ///
 ///     Connection connection("shop");
 ///     Script("schema.sql", connection).execute();
@@ -45,9 +45,9 @@ public:
     /// If a statement fails, throws DatabaseException: int parameter 4, the script's file and the
     /// statement's line in fileName() and lineNumber(), the server's number in errorNumber(), and
     /// as string parameter the server's text, " : " and the first 200 characters of the statement.
-    /// A "line" in the server's text is counted from the statement's first. What is wrong in the
-    /// script itself, such as an unterminated comment, is thrown as ScriptReader::next() tells,
-    /// once everything before it has run.
+    /// A "line" in the server's text is counted from the statement's first. An error in the
+    /// script itself, such as an unterminated comment, is thrown as by ScriptReader::next(), after
+    /// everything before it has run.
     ///
     /// All statements before the one that failed have run, and none after it. Called again, step()
     /// goes on with the next one; but if the connection or what its session held is lost,

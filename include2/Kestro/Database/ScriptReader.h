@@ -39,7 +39,7 @@ public:
     /// the server takes in one packet.
     static constexpr std::size_t MaxStatement = 1'073'741'824;
 
-    /// Opens the file; "-" is standard input. Throws DatabaseException, as told for next(), if it
+    /// Opens the file; "-" is standard input. Throws DatabaseException, as next() does, if it
     /// cannot be read or is no ordinary file; a pipe can only be standard input.
     explicit ScriptReader(const std::string& path);
     ScriptReader(const ScriptReader&) = delete;

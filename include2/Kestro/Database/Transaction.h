@@ -31,8 +31,8 @@ public:
     explicit Transaction(Connection& connection);
     Transaction(const Transaction&) = delete;
     Transaction& operator=(const Transaction&) = delete;
-    /// Rolls back, unless the transaction has ended. Never throws: if the server cannot be told,
-    /// the connection is closed, which has the same effect.
+    /// Rolls back, unless the transaction has ended. Never throws: if ROLLBACK fails, the
+    /// connection is closed, which has the same effect.
     ~Transaction();
 
     /// Makes the changes permanent. Throws DatabaseException, file "Transaction", with the number

@@ -16,7 +16,7 @@ namespace Kestro {
 ///
 /// It holds the handle's lock from its beginning to its end, so that no statement of another thread
 /// can get into the transaction: the other threads' statements wait meanwhile, and so does their
-/// selectDB(). Statements of its own thread run as always. Everything else is as it is told of
+/// selectDB(). Statements of its own thread run as always. Everything else is as in
 /// Database::Transaction.
 ///
 /// Threads: one object belongs to the thread that made it, which also destroys it.
