@@ -10,8 +10,8 @@
 namespace Kestro::Database {
 
 /// Bits of a BIT column. They are written as a number, and read from the bytes that the server
-/// sends for the column, the highest first. A value with more bits than the bitset has is refused.
-/// Not for data files: there the server takes the text of a BIT column for its bytes.
+/// sends for the column, the highest first. Reading fails if the value has more bits than the
+/// bitset. Not for data files: there the server takes the text of a BIT column for its bytes.
 template <std::size_t Count>
 requires(Count <= 64) struct ValueText<std::bitset<Count>> {
     static constexpr bool Quoted = false;

@@ -41,17 +41,17 @@ private:
     std::shared_ptr<const std::string> m_what; // copies share it
 };
 
-/// One open link to the local server, on one database.
+/// One connection to the local server, on one database.
 ///
-/// A Connection opens its link when it is constructed and closes it when it is destroyed. It can be
+/// A Connection is opened when it is constructed and closed when it is destroyed. It can be
 /// reopened on another database at any time. Statements run on it through Query.
 ///
-/// The link goes over the server's Unix socket, and the account is the login name of the process.
+/// It uses the server's Unix socket, and the account is the login name of the process.
 /// db_client.h says how the socket is found and how a session begins.
 ///
 /// Threads: distinct objects may be used by distinct threads; one object belongs to one thread at a
-/// time. Where opening the link fails, DatabaseException is thrown: its int parameter is 0 and its
-/// string parameter is the reason that the client interface or the server gives.
+/// time. If opening fails, DatabaseException is thrown: its int parameter is 0 and its string
+/// parameter is the reason that the client interface or the server gives.
 class KESTRO_API Connection : public RefImpl {
 public:
     /// The values of state().
@@ -69,12 +69,12 @@ public:
     /// Returns true as soon as the local server accepts a connection to its database "mysql", and
     /// false once this many seconds have passed. It tries at once and pauses for 3 seconds after
     /// each failure. So it may return false 3 seconds late, and 5 more if the server does not
-    /// answer. With 0 seconds it does not try. An account without any right in "mysql" is refused
-    /// there and gets false. The address is ignored. Any thread may call it.
+    /// answer. With 0 seconds it does not try. An account without any right in "mysql" cannot
+    /// connect to it and gets false. The address is ignored. Any thread may call it.
     static bool waitUntilServerReady(const SocketAddress& address, unsigned seconds);
 
-    /// Opens the link on the database; "" selects none. The second and third string are kept but
-    /// not used: they are no login, since the account is always that of the process. Nor is the
+    /// Opens the connection on the database; "" selects none. The second and third string are kept
+    /// but not used: they are no login, since the account is always that of the process. Nor is the
     /// address used. Throws as said above; nothing is left open then.
     Connection(const std::string& database, const std::string& param2, const std::string& param3,
                const SocketAddress& address);
@@ -84,27 +84,27 @@ public:
     Connection& operator=(const Connection&) = delete;
     ~Connection() override;
 
-    /// Opens the link on the current database. Call it on a disconnected connection only: a link
-    /// that is still open is not closed first, and leaks. Throws as said above, and leaves the
+    /// Opens it on the current database. Call it on a disconnected connection only: one that is
+    /// still open is not closed first, and leaks. Throws as said above, and leaves the
     /// connection disconnected then.
     void connect();
-    /// Closes the link if one is open.
+    /// Closes the connection if it is open.
     void disconnect();
-    /// Connected or Disconnected. A link that the server has dropped still counts as connected,
-    /// since the next statement opens it again. If the lost session held a transaction, temporary
-    /// tables, variables or locks, that statement is not sent but fails with 2006, and the one
-    /// after it runs in a fresh session. A statement that is interrupted by the loss fails with
-    /// 2013: it may have run, and is never sent again.
+    /// Connected or Disconnected. If the server has closed the connection it still counts as
+    /// connected, since the next statement reopens it. If the lost session held a transaction,
+    /// temporary tables, variables or locks, that statement is not sent but fails with 2006, and
+    /// the one after it runs in a fresh session. A statement that is interrupted by the loss fails
+    /// with 2013: it may have run, and is never sent again.
     std::int32_t state() const { return m_handle != nullptr ? m_state : Disconnected; }
 
-    /// Lets one query text carry several statements, for as long as this object lives and however
-    /// often it is opened again. Returns 0, or another value on failure. On a disconnected
+    /// Lets one query send several statements, for as long as this object lives and however often
+    /// it is reopened. Returns 0, or another value on failure. On a disconnected
     /// connection it takes effect when the connection is opened.
     int enableMultipleStatementsPerQuery();
 
-    /// Number and text of the last failure on the link, 0 and "" if there was none. A success does
-    /// not clear them. While disconnected they are those of this thread's last failed connect or
-    /// unsent statement, whichever object it was made through.
+    /// Number and message of the connection's last failure, 0 and "" if there was none. A success
+    /// does not clear them. While disconnected they are those of this thread's last failed connect
+    /// or unsent statement, whichever object it was made through.
     int errorNumber() const;
     std::string errorMessage() const;
 
@@ -124,7 +124,7 @@ public:
     void dbCreate(const std::string& name);
     void dbDelete(const std::string& name);
 
-    /// Closes the link and opens it on another database. What the session held (a transaction,
+    /// Closes the connection and opens it on another database. The session's state (a transaction,
     /// temporary tables, variables, locks) is gone. If it throws, the connection is disconnected
     /// and has the new name, so that connect() tries again.
     void dbSelect(const std::string& name);
@@ -142,7 +142,7 @@ private:
 
     /// Of the Transaction that is open on this connection.
     enum class TransactionState { None, Open, Lost };
-    void failed(int errorNumber); // a statement, or the link: the transaction may be lost
+    void failed(int errorNumber); // a statement or a connect: the transaction may be lost
 
     void* m_handle = nullptr;
     std::string m_database;
@@ -150,7 +150,7 @@ private:
     std::string m_param3;
     SocketAddress m_address;
     std::int32_t m_state = Disconnected;
-    bool m_multipleStatements = false; // to be allowed on every link
+    bool m_multipleStatements = false; // to be allowed whenever it is opened
     TransactionState m_transaction = TransactionState::None;
     int m_lostBy = 0; // the number of the error that it was lost by
 };

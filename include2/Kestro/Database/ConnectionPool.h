@@ -122,8 +122,8 @@ public:
     ///
     /// The pool does not look at what the last holder left in the session. A transaction that a
     /// statement began and nobody ended is still open: the next holder's statements would run in
-    /// it. A Transaction ends with its scope, and refuses to begin in such a session. Variables,
-    /// temporary tables and locks stay too; reset() replaces a connection that has some.
+    /// it. A Transaction ends with its scope, and throws when it is begun in such a session.
+    /// Variables, temporary tables and locks stay too; reset() replaces a connection that has some.
     Lock getConnection(bool wait);
 
     /// Marks the lock's connection as free; the lock's destructor calls it. Does nothing if the

@@ -41,9 +41,9 @@ public:
 /// Numbers are written as the classic locale writes them, and floating-point ones in the shortest
 /// form that reads back as the same value, unless another format is set in the stream (std::fixed,
 /// or a precision other than 6). A float is written as the double of the same value. SQL has
-/// neither NaN nor infinity: execute() refuses a text into which one was written. To a stream,
-/// signed char and unsigned char, and so std::int8_t and std::uint8_t, are characters; literal()
-/// writes them as numbers.
+/// neither NaN nor infinity: execute() does not send a text into which one was written. To a
+/// stream, signed char and unsigned char, and so std::int8_t and std::uint8_t, are characters;
+/// literal() writes them as numbers.
 ///
 /// The buffer, rdbuf(), is a std::stringbuf for reading and writing: seekp() lets a program
 /// overwrite a part of the text, and a std::istream on the buffer reads it. Do not give it memory
@@ -75,16 +75,16 @@ public:
     /// statements where the connection allows it (enableMultipleStatementsPerQuery()); the parser
     /// then gets the first result, and a failure of any of them is the failure of the call.
     ///
-    /// If the statement is refused, throws DatabaseException: int parameter 4, file "Query", line
-    /// 75 with a parser and 88 without, and as string parameter the server's text, " : " and the
-    /// statement. The same exception, before anything is sent, if a write into the stream had
+    /// If the statement fails, throws DatabaseException: int parameter 4, file "Query", line
+    /// 75 with a parser and 88 without, and as string parameter the server's message, " : " and
+    /// the statement. The same exception, before anything is sent, if a write into the stream had
     /// failed and the text is incomplete; a number that SQL does not have is named. What the parser
     /// throws passes through, and so does Exception("db_result_fetch_row", 4), with the server's
-    /// text, if the link is lost while rows are streamed.
+    /// message, if the connection is lost while rows are streamed.
     void execute();
 
-    /// Number and text of this query's last refused execute(), 0 and "" before. A success does not
-    /// clear them, and an exception of the parser does not set them.
+    /// Number and message of this query's last failed execute(), 0 and "" before. A success does
+    /// not clear them, and an exception of the parser does not set them.
     int get_error_number() const { return m_errorNumber; }
     std::string get_error_message() const { return m_errorMessage; }
 

@@ -26,10 +26,10 @@ namespace Kestro::Database {
 ///
 /// Comments before a statement and empty statements are left out, comments inside one stay. A CR
 /// before a line feed is left out everywhere, as the client does, and so is a UTF-8 byte-order
-/// mark. The other commands of the client stay in the text, and the server refuses them. What
-/// statements change is not followed: in a script that sets ANSI_QUOTES, NO_BACKSLASH_ESCAPES, or a
-/// character set whose characters may hold a backslash, quotation marks mean what they meant
-/// before.
+/// mark. The other commands of the client stay in the text, so the server fails them. Changes
+/// that statements make to the session are not followed: in a script that sets ANSI_QUOTES,
+/// NO_BACKSLASH_ESCAPES, or a character set whose characters may hold a backslash, quotation marks
+/// mean what they meant before.
 ///
 /// A file is read in blocks of 64 KiB. Threads: distinct objects may be used by distinct threads;
 /// one object belongs to one thread at a time, but for stop().

@@ -16,18 +16,18 @@ namespace Kestro::Database {
 /// it. Statements of other connections have no part in it. For a KYDBDatabase there is
 /// KYDBTransaction.
 ///
-/// If the link breaks in the middle, or the server rolls everything back because of a deadlock, the
-/// statement that meets it throws. From then on the transaction is lost: further statements on the
-/// connection are not sent but fail with the same number, and commit() refuses. So nothing of it is
-/// saved, even if the first exception was dropped.
+/// If the connection is lost in the middle, or the server rolls everything back because of a
+/// deadlock, the statement that meets it throws. From then on the transaction is lost: further
+/// statements on the connection are not sent but fail with the same number, and so does commit().
+/// So nothing of it is saved, even if the first exception was dropped.
 ///
 /// Threads: the transaction and its connection belong to one thread at a time.
 class KESTRO_API Transaction {
 public:
     /// Begins the transaction: START TRANSACTION. The connection must outlive it. Throws
-    /// DatabaseException if the server refuses, and if there is an open transaction on the
-    /// connection already, of another Transaction or begun by a statement; that one goes on then.
-    /// To know, it asks the server, one round trip more.
+    /// DatabaseException if START TRANSACTION fails, and if the connection is in a transaction
+    /// already, of another Transaction or begun by a statement; that one goes on then. Asking the
+    /// server whether it is costs a round trip.
     explicit Transaction(Connection& connection);
     Transaction(const Transaction&) = delete;
     Transaction& operator=(const Transaction&) = delete;
@@ -36,18 +36,19 @@ public:
     ~Transaction();
 
     /// Makes the changes permanent. Throws DatabaseException, file "Transaction", with the number
-    /// of the error behind it:
+    /// of the error that caused it:
     /// - line 1 if the transaction has ended already;
-    /// - line 2 if it was lost before, with its link or in a deadlock: nothing of it is saved;
-    /// - line 3 if the link was lost while it was being committed: whether it was is not known.
+    /// - line 2 if it was lost before, with its connection or in a deadlock: nothing of it is
+    /// saved;
+    /// - line 3 if the connection was lost during COMMIT: it may or may not be saved.
     ///
-    /// If the server refuses for another reason, throws what Query::execute() throws, and the
+    /// If COMMIT fails for another reason, throws what Query::execute() throws, and the
     /// transaction stays open.
     void commit();
 
     /// Undoes the changes now. Returns also if the transaction was lost, since nothing is left to
-    /// undo then. Throws DatabaseException if the transaction has ended already, or the server
-    /// refuses.
+    /// undo then. Throws DatabaseException if the transaction has ended already, or if
+    /// ROLLBACK fails.
     void rollback();
 
 private:

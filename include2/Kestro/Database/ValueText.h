@@ -23,8 +23,8 @@ namespace Kestro::Database {
 ///     static bool parse(std::string_view text, T& value);     // false: not changed, no T's text
 ///
 /// append() throws Exception for a value that SQL has no text for, and has appended nothing then.
-/// parse() takes whole texts only: what does not fit the type, or has anything in front or behind,
-/// is refused.
+/// parse() takes whole texts only: it fails if the value does not fit the type, or if anything
+/// precedes or follows it.
 ///
 /// Threads: any thread may call these.
 template <class T> struct ValueText;
@@ -78,7 +78,7 @@ template <> struct ValueText<std::string_view> {
 };
 
 /// A date, `2026-01-31`. append() throws Exception for a date that no calendar has, or of a year
-/// outside 0 to 9999; parse() refuses one, and so the server's zero date.
+/// outside 0 to 9999; parse() fails for one, and for the server's zero date.
 template <> struct KESTRO_API ValueText<std::chrono::year_month_day> {
     static constexpr bool Quoted = true;
     static void append(std::string& text, const std::chrono::year_month_day& value);

@@ -113,10 +113,10 @@ private:
 
 /// A record that fetches, saves and removes itself.
 ///
-/// Each returns 0 if the server accepted the statement, whether or not there is such a row, and -1
-/// if the server refused it, if SQL does not have a value, or if a fetched one does not fit its
-/// variable; get_error_number() and get_error_message() then report why. Each throws
-/// std::runtime_error if the record has no database.
+/// Each returns 0 if the statement succeeded, whether or not there is such a row, and -1 if it
+/// failed, if SQL does not have a value, or if a fetched one does not fit its variable;
+/// get_error_number() and get_error_message() then report why. Each throws std::runtime_error if
+/// the record has no database.
 class KESTRO_API KYDBTableSimple : public KYDBTableBase {
 public:
     /// Fetches the row that matches the columns with KYDB_FLAG_KEY. The parser, such as a
