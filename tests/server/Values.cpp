@@ -94,19 +94,18 @@ TEST_F(Values, WhatDoesNotFitIsRefusedByName)
     const std::string noDate = "SQL has no such date (4) at ValueText:2";
     const std::string noTime = "SQL has no such time (4) at ValueText:3";
     const auto name = [](std::string_view text) { return failureOf([&] { identifier(text); }); };
-    expectEqual(
-        {{written(std::nan("")), "SQL has no NaN (4) at ValueText:1"},
-         {written(-HUGE_VALF), "SQL has no infinity (4) at ValueText:1"},
-         {written(2023y / 2 / 29), noDate},
-         {written(sys_days(10000y / 1 / 1)), noDate},
-         {written(sys_days(days(24'667'000))), noDate}, // the year 69505, of which 16 bits are 3969
-         {written(sys_seconds::min()), noDate},
-         {written(sys_seconds::max()), noDate},
-         {written(839h), noTime},
-         {written(seconds::max()), noTime},
-         {written(duration<double>(NAN)), noTime},
-         {name(""), "an identifier is not empty (4) at Literal:1"},
-         {name({"a\0b", 3}), "an identifier has no NUL (4) at Literal:1"}});
+    expectEqual({{written(std::nan("")), "SQL has no NaN (4) at ValueText:1"},
+                 {written(-HUGE_VALF), "SQL has no infinity (4) at ValueText:1"},
+                 {written(2023y / 2 / 29), noDate},
+                 {written(sys_days(10000y / 1 / 1)), noDate},
+                 {written(sys_days(days(24'667'000))), noDate}, // a year of over 16 bits
+                 {written(sys_seconds::min()), noDate},
+                 {written(sys_seconds::max()), noDate},
+                 {written(839h), noTime},
+                 {written(seconds::max()), noTime},
+                 {written(duration<double>(NAN)), noTime},
+                 {name(""), "an identifier is not empty (4) at Literal:1"},
+                 {name({"a\0b", 3}), "an identifier has no NUL (4) at Literal:1"}});
     Query query(connection);
     query << "SELECT " << std::nan("") << ", 1";
     EXPECT_EQ(failureOf([&] { query.execute(); }),
