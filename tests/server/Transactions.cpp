@@ -24,27 +24,22 @@ TEST_F(Transactions, AreRolledBackUnlessCommitted)
 {
     const std::string refused = "DatabaseException (4) at Transaction:";
     const auto begin = [&] { const Transaction second(connection); };
+    Transaction committed(connection);
+    insert(1);
+    EXPECT_EQ(failureOf(begin), refused + "4: a transaction is open on this connection already");
+    EXPECT_THROW(insert(1), DatabaseException); // and the transaction goes on
+    committed.commit();
+    EXPECT_EQ(failureOf([&] { committed.commit(); }),
+              refused + "1: the transaction has ended already");
     {
-        Transaction transaction(connection);
-        insert(1);
-        EXPECT_EQ(failureOf(begin),
-                  refused + "4: a transaction is open on this connection already");
-        EXPECT_THROW(insert(1), DatabaseException); // and the transaction goes on
-        transaction.commit();
-        EXPECT_EQ(failureOf([&] { transaction.commit(); }),
-                  refused + "1: the transaction has ended already");
-    }
-    {
-        const Transaction transaction(connection);
+        const Transaction left(connection);
         insert(2);
     }
-    {
-        Transaction transaction(connection);
-        insert(3);
-        transaction.rollback();
-        EXPECT_THROW(transaction.rollback(), DatabaseException);
-        insert(4);
-    }
+    Transaction rolledBack(connection);
+    insert(3);
+    rolledBack.rollback();
+    EXPECT_THROW(rolledBack.rollback(), DatabaseException);
+    insert(4);
     connection.execute("BEGIN");
     insert(5);
     EXPECT_EQ(failureOf(begin),

@@ -126,12 +126,10 @@ TEST_F(Values, RowsAreTyped)
 {
     struct Row : RowImpl {
         std::optional<std::uint64_t> number;
-        std::string text;
         bool parse(void* connection, void* result, void* row) override
         {
             number = column<std::optional<std::uint64_t>>(connection, result, row, 0);
-            text = column<std::string>(connection, result, row, 1);
-            for (const int none : {-1, 2}) {
+            for (const int none : {-1, 1}) {
                 EXPECT_THROW(column<std::optional<int>>(connection, result, row, none),
                              DatabaseException);
             }
@@ -140,14 +138,13 @@ TEST_F(Values, RowsAreTyped)
     };
     RowContainer container;
     KyRowParser<Row> parser(container);
-    connection.execute("SELECT 18446744073709551615, 'a' UNION SELECT NULL, 'b'", &parser);
+    connection.execute("SELECT 18446744073709551615 UNION SELECT NULL", &parser);
     std::string seen;
     const auto all = rows<Row>(container);
     for (auto next = all.begin(); next != all.end();) {
-        const Row& row = *next++;
-        seen += literal(row.number) + row.text + ' ';
+        seen += literal((*next++).number) + ' ';
     }
-    EXPECT_EQ(seen, "18446744073709551615a NULLb ");
+    EXPECT_EQ(seen, "18446744073709551615 NULL ");
     EXPECT_EQ(all.size(), 2U);
     EXPECT_THROW(*rows<NoopRowImpl>(container).begin(), std::bad_cast);
 }
