@@ -27,7 +27,7 @@ TEST(Platform, ExceptionsTellEverythingOnceAndCopiesKeepIt)
     outer.fileName(static_cast<const char*>(nullptr));
     outer.cause(inner);
     inner.stringParameter("changed later");
-    outer.cause(Exception(outer)); // itself: the copy does not hold the cycle
+    outer.cause(Exception(outer)); // a copy, so that nothing holds itself
     const Exception copy(outer);
     outer.fileName("Place");
     EXPECT_EQ(outer.asString().substr(0, 20), "outer (1) at Place:0");
@@ -98,7 +98,7 @@ TEST(Platform, SignalsEndNoWaitAndNoPause)
     waiting.join();
     ks_usleep(5, 2);
     EXPECT_EQ(slept.tv_sec, 2);
-    EXPECT_EQ(slept.tv_nsec, 5007); // and what was left of it
+    EXPECT_EQ(slept.tv_nsec, 5007); // what a signal left is paused, too
 }
 
 TEST(Platform, TraceWritesOneLineAndCutsIt)
@@ -115,9 +115,8 @@ TEST(Platform, TraceWritesOneLineAndCutsIt)
 
 } // namespace
 
-// Replaces the C library's function, so that nothing sleeps. A signal ends the first pause,
-// with 7 ns left.
-// NOLINTNEXTLINE(readability-inconsistent-declaration-parameter-name)
+// Replaces the C library's function, so that nothing sleeps. The first pause ends as if by a
+// signal, with 7 ns left. NOLINTNEXTLINE(readability-inconsistent-declaration-parameter-name)
 extern "C" [[gnu::visibility("default")]] int nanosleep(const timespec* requested, timespec* left)
 {
     const bool first = slept.tv_sec == 0;

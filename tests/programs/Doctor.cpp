@@ -25,7 +25,7 @@ void expectFinding(const Finding& finding, Severity severity, const std::string&
     EXPECT_EQ(finding.advice.empty(), advice.empty()) << finding.text << finding.advice;
 }
 
-// What is not ok in a cluster of which one variable is not.
+// The one finding that is not ok if one variable of a healthy cluster has this value.
 Finding clusterFinding(const std::string& variable, const std::string& value)
 {
     ClusterStatus status = {{"wsrep_provider_name", "Galera"},
@@ -41,7 +41,7 @@ Finding clusterFinding(const std::string& variable, const std::string& value)
     return findings.at(0);
 }
 
-// What a private server does not have, or not soon.
+// States that a private server does not reach, or only slowly.
 TEST(Checks, JudgeValues)
 {
     const Findings unsafe =

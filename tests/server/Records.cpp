@@ -69,7 +69,7 @@ TEST_F(Records, AreFilledFromTheFirstRowAndLeftByNull)
     ASSERT_EQ(all.size(), 2U);
     EXPECT_EQ(&all[0].DBConnection(), &handle.DBConnection());
     EXPECT_EQ(all[0].number, 8);
-    EXPECT_EQ(all[1].number, 0); // not the row's before
+    EXPECT_EQ(all[1].number, 0); // a NULL leaves the default, not the value of the row before
 }
 
 struct Exact : KYDBTableSimple {
@@ -117,7 +117,7 @@ TEST_F(Records, WithExactReferencesComeBackAsTheyWere)
         Exact found(handle);
         found.id = record.id;
         found.amount = record.amount;
-        found.count = 1; // NULL empties it
+        found.count = 1; // which NULL must empty
         KYDBRecordParser parser(found);
         EXPECT_EQ(found.get(&parser), 0) << found.get_error_message();
         EXPECT_EQ(found.sql_values(KYDB_FLAG_ALL), record.sql_values(KYDB_FLAG_ALL));
@@ -161,7 +161,7 @@ TEST_F(Records, RefuseWhatDoesNotFitAndSayWhy)
 
 TEST_F(Records, HandleSelectsReopensAndLetsParsersQuery)
 {
-    // Asks the handle for its database from within a parser.
+    // Asks the handle for its database, and runs another statement while it reads the answer.
     struct Current : Database::RowImpl {
         KYDBDatabase& handle;
         std::string name;
@@ -180,7 +180,7 @@ TEST_F(Records, HandleSelectsReopensAndLetsParsersQuery)
         }
     };
     const std::string fresh = database + "_new";
-    handle.selectDB(fresh); // creates it and stays where it is
+    handle.selectDB(fresh); // creates it, and does not open it
     EXPECT_EQ(Current(handle).name, database);
     handle.selectDB(fresh);
     EXPECT_EQ(Current(handle).name, fresh);
@@ -198,7 +198,7 @@ TEST_F(Records, ThreadsThatShareAHandleSeeTheirOwnFailures)
             for (std::size_t round = 0; round < 30; ++round) {
                 Item item(&handle);
                 item.text = error == 0 ? std::to_string(first + round) : "taken";
-                (void)item.table_name(); // or the first use would set the name again
+                (void)item.table_name(); // sets the name, which a later first use would do again
                 item.table_name(error == 1146 ? "missing" : "item");
                 EXPECT_EQ(item.save(false), error == 0 ? 0 : -1);
                 EXPECT_EQ(item.get_error_number(), error);

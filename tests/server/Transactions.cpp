@@ -27,7 +27,7 @@ TEST_F(Transactions, AreRolledBackUnlessCommitted)
     Transaction committed(connection);
     insert(1);
     EXPECT_EQ(failureOf(begin), refused + "4: a transaction is open on this connection already");
-    EXPECT_THROW(insert(1), DatabaseException); // and the transaction goes on
+    EXPECT_THROW(insert(1), DatabaseException); // the transaction goes on
     committed.commit();
     EXPECT_EQ(failureOf([&] { committed.commit(); }),
               refused + "1: the transaction has ended already");
@@ -57,7 +57,7 @@ TEST_F(Transactions, AreNotCommittedOnceLost)
          [&] {
              end();
              EXPECT_THROW(insert(2), DatabaseException);
-             EXPECT_THROW(insert(3), DatabaseException); // not in a session of its own
+             EXPECT_THROW(insert(3), DatabaseException); // nor does a new session run this one
          }},
         {"while rows are streamed", 1927,
          [&] {
@@ -69,7 +69,8 @@ TEST_F(Transactions, AreNotCommittedOnceLost)
         {"closed", 2006, [&] { connection.dbSelect(database); }},
         {"in a deadlock", 1213, [&] {
              run("BEGIN");
-             run("INSERT INTO t VALUES (10),(11),(12)"); // the weightier of the two
+             // The server ends the transaction that has changed fewer rows.
+             run("INSERT INTO t VALUES (10),(11),(12)");
              std::jthread other([&] { run("SELECT * FROM t WHERE v=1 FOR UPDATE"); });
              Connection watcher("");
              while (scalar<int>(watcher,
@@ -114,7 +115,7 @@ TEST_F(Transactions, OfASharedHandleAreNoOtherThreads)
 {
     Kestro::KYDBDatabase handle;
     handle.selectDB(database);
-    std::atomic<int> begun{0}; // transactions
+    std::atomic<int> begun{0};
     std::jthread other([&] {
         for (int i = 1; i <= 50; ++i) {
             while (begun < i) {

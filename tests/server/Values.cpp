@@ -16,7 +16,7 @@ struct Values : ServerTest {
     Connection connection{database};
 };
 
-// Through a literal into a column of the type, and back.
+// Writes the value as a literal into a column of the type and reads it back.
 template <class T> void expectBack(Connection& connection, const std::string& type, const T& value)
 {
     const std::string text = literal(value);
@@ -31,7 +31,7 @@ TEST_F(Values, ComeBackAsTheyWereWritten)
     for (const double value : {0.1, 1234567.89, -2.5, 1e15, 1e23, 9223372036854775808.0, 5e-324,
                                Float::max(), Float::lowest(), 1 / 3.0}) {
         expectBack(connection, "DOUBLE", value);
-        // And through a stream of whatever locale.
+        // A stream writes it as exactly.
         Query query(connection);
         static_cast<std::ostream&>(query) << "UPDATE t SET v=" << value;
         query.execute();
@@ -98,7 +98,7 @@ TEST_F(Values, WhatDoesNotFitIsRefusedByName)
                  {written(-HUGE_VALF), "SQL has no infinity (4) at ValueText:1"},
                  {written(2023y / 2 / 29), noDate},
                  {written(sys_days(10000y / 1 / 1)), noDate},
-                 {written(sys_days(days(24'667'000))), noDate}, // a year of over 16 bits
+                 {written(sys_days(days(24'667'000))), noDate}, // a year that takes over 16 bits
                  {written(sys_seconds::min()), noDate},
                  {written(sys_seconds::max()), noDate},
                  {written(839h), noTime},
