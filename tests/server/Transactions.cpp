@@ -22,56 +22,55 @@ struct Transactions : ServerTest {
 
 TEST_F(Transactions, AreRolledBackUnlessCommitted)
 {
+    const std::string refused = "DatabaseException (4) at Transaction:";
+    const auto begin = [&] { const Transaction second(connection); };
+    Transaction committed(connection);
+    insert(1);
+    EXPECT_EQ(failureOf(begin), refused + "4: a transaction is open on this connection already");
+    EXPECT_THROW(insert(1), DatabaseException); // the transaction goes on
+    committed.commit();
+    EXPECT_EQ(failureOf([&] { committed.commit(); }),
+              refused + "1: the transaction has ended already");
     {
-        Transaction transaction(connection);
-        insert(1);
-        EXPECT_EQ(
-            failureOf([&] { const Transaction second(connection); }),
-            "DatabaseException (4) at Transaction:4: a transaction is open on this connection "
-            "already");
-        EXPECT_THROW(insert(1), DatabaseException); // and the transaction goes on
-        transaction.commit();
-        EXPECT_EQ(failureOf([&] { transaction.commit(); }),
-                  "DatabaseException (4) at Transaction:1: the transaction has ended already");
-    }
-    {
-        const Transaction transaction(connection);
+        const Transaction left(connection);
         insert(2);
     }
-    {
-        Transaction transaction(connection);
-        insert(3);
-        transaction.rollback();
-        EXPECT_THROW(transaction.rollback(), DatabaseException);
-        insert(4);
-    }
-    EXPECT_EQ(rows(), "1,4");
+    Transaction rolledBack(connection);
+    insert(3);
+    rolledBack.rollback();
+    EXPECT_THROW(rolledBack.rollback(), DatabaseException);
+    insert(4);
     connection.execute("BEGIN");
     insert(5);
-    EXPECT_EQ(failureOf([&] { const Transaction second(connection); }),
-              "DatabaseException (4) at Transaction:4: the session is in a transaction already, "
-              "which a statement began");
+    EXPECT_EQ(failureOf(begin),
+              refused + "4: the session is in a transaction already, which a statement began");
     connection.execute("COMMIT");
     EXPECT_EQ(rows(), "1,4,5");
 }
 
 TEST_F(Transactions, AreNotCommittedOnceLost)
 {
-    const std::string lost =
-        "DatabaseException (4) at Transaction:2: the transaction was lost before "
-        "it was committed: nothing of it is saved";
-    const Table<std::string, int, std::function<void()>> rows_ = {
+    run("CREATE FUNCTION ending() RETURNS INT BEGIN KILL CONNECTION_ID(); RETURN 1; END");
+    const Table<std::string, int, std::function<void()>> losses = {
         {"before the commit", 2006, [&] { end(); }},
         {"before a statement", 2006,
          [&] {
              end();
              EXPECT_THROW(insert(2), DatabaseException);
-             EXPECT_THROW(insert(3), DatabaseException); // not in a session of its own
+             EXPECT_THROW(insert(3), DatabaseException); // nor does a new session run this one
+         }},
+        {"while rows are streamed", 1927,
+         [&] {
+             NoopRowImpl row;
+             OneRowParser parser(row);
+             Query query(connection, "SELECT ending()", &parser, false);
+             EXPECT_THROW(query.execute(), Kestro::Exception);
          }},
         {"closed", 2006, [&] { connection.dbSelect(database); }},
         {"in a deadlock", 1213, [&] {
              run("BEGIN");
-             run("INSERT INTO t VALUES (10),(11),(12)"); // the weightier of the two
+             // The server ends the transaction that has changed fewer rows.
+             run("INSERT INTO t VALUES (10),(11),(12)");
              std::jthread other([&] { run("SELECT * FROM t WHERE v=1 FOR UPDATE"); });
              Connection watcher("");
              while (scalar<int>(watcher,
@@ -82,21 +81,20 @@ TEST_F(Transactions, AreNotCommittedOnceLost)
              other.join();
              run("ROLLBACK");
          }}};
-    for (const auto& [name, number, lose] : rows_) {
+    for (const auto& [name, number, lose] : losses) {
         SCOPED_TRACE(name);
         Transaction transaction(connection);
         insert(1);
         lose();
         const DatabaseException e = exceptionOf([&] { transaction.commit(); });
-        EXPECT_EQ(e.asString(), lost);
+        EXPECT_EQ(e.asString(), "DatabaseException (4) at Transaction:2: the transaction was lost "
+                                "before it was committed: nothing of it is saved");
         EXPECT_EQ(e.errorNumber(), number);
     }
     Transaction lostUnnoticed(connection);
     end();
     lostUnnoticed.rollback();
-    Transaction again(connection);
     insert(7);
-    again.commit();
     EXPECT_EQ(rows(), "7");
 }
 
@@ -136,10 +134,8 @@ TEST_F(Transactions, OfASharedHandleAreNoOtherThreads)
     }
     other.join();
     EXPECT_EQ(value("SELECT CONCAT(SUM(v > 0), ' ', SUM(v < 0)) FROM t"), "50 25");
-    // Also after the connection was closed.
     handle.DBConnection().disconnect();
-    Kestro::KYDBTransaction transaction(handle);
-    transaction.rollback();
+    Kestro::KYDBTransaction(handle).rollback(); // opens the connection again
 }
 
 } // namespace

@@ -16,7 +16,7 @@ struct Values : ServerTest {
     Connection connection{database};
 };
 
-// Through a literal into a column of the type, and back.
+// Writes the value as a literal into a column of the type and reads it back.
 template <class T> void expectBack(Connection& connection, const std::string& type, const T& value)
 {
     const std::string text = literal(value);
@@ -31,7 +31,7 @@ TEST_F(Values, ComeBackAsTheyWereWritten)
     for (const double value : {0.1, 1234567.89, -2.5, 1e15, 1e23, 9223372036854775808.0, 5e-324,
                                Float::max(), Float::lowest(), 1 / 3.0}) {
         expectBack(connection, "DOUBLE", value);
-        // And through a stream of whatever locale.
+        // A stream writes it as exactly.
         Query query(connection);
         static_cast<std::ostream&>(query) << "UPDATE t SET v=" << value;
         query.execute();
@@ -49,7 +49,8 @@ TEST_F(Values, ComeBackAsTheyWereWritten)
     expectBack(connection, "DATE", sys_days(9999y / December / 31));
     expectBack(connection, "DATETIME", sys_seconds(-1s));
     expectBack(connection, "DATETIME(6)", sys_time<microseconds>(1'700'000'000'000'001us));
-    expectBack(connection, "TIME(6)", microseconds(-838h - 59min - 59s));
+    expectBack(connection, "TIME(6)", microseconds(1us - 839h));
+    EXPECT_EQ(literal(839h - 1us), "\"838:59:59.999999\"");
     EXPECT_EQ(scalar<int>(connection, "SELECT 1 UNION SELECT 2"), 1);
     EXPECT_EQ(scalar<milliseconds>(connection, "SELECT '00:00:01.5'"), 1500ms);
     EXPECT_EQ(literal(static_cast<const char*>(nullptr)) + literal(nullptr), "NULLNULL");
@@ -58,8 +59,7 @@ TEST_F(Values, ComeBackAsTheyWereWritten)
 TEST_F(Values, NamesAreQuoted)
 {
     for (const std::string name : {"a b", "`", "order", "ä.1", "a\"'\\"}) {
-        connection.execute("CREATE TABLE " + identifier(database) + "." + identifier(name) + " (" +
-                           identifier(name) + " INT)");
+        connection.execute("CREATE TABLE " + identifier(name) + " (" + identifier(name) + " INT)");
         EXPECT_EQ(QueryTableNames(connection).names().count(name), 1U) << name;
     }
 }
@@ -69,39 +69,43 @@ TEST_F(Values, WhatDoesNotFitIsRefusedByName)
     const auto read = [this]<class T>(T /*as*/, const std::string& expression) {
         return failureOf([&] { scalar<T>(connection, "SELECT " + expression); });
     };
-    const std::string number = "DatabaseException (4) at RowContainer:2: column 0: ";
-    const std::string no = number + "no value of the type that is read: \"";
+    const std::string column = "DatabaseException (4) at RowContainer:2: column 0: ";
+    const std::string no = column + "no value of the type that is read: \"";
     expectEqual(
         {{read(std::int8_t{}, "128"), no + "128\""},
-         {read(0U, "-1"), no + "-1\""},
-         {read(0, "'12 '"), no + "12 \""},
-         {read(0, "NULL"), number + "NULL, where a value is wanted"},
          {read(0.0, "'nan'"), no + "nan\""},
          {read(0.0F, "1e39"), no + "1e39\""},
          {read(true, "2"), no + "2\""},
          {read(std::optional<int>(), "REPEAT('9',100)"), no + std::string(100, '9') + '"'},
          {read(std::optional<int>(), "REPEAT('9',101)"), no + std::string(100, '9') + "\"..."},
          {read(sys_seconds(), "'2024-01-01 24:00:00'"), no + "2024-01-01 24:00:00\""},
-         {read(year_month_day(), "'2024-01-01 00:00:00'"), no + "2024-01-01 00:00:00\""},
-         {read(minutes(), "'00:00:60'"), no + "00:00:60\""},
-         {read(microseconds(), "'00:00:00.0000001'"), no + "00:00:00.0000001\""},
-         {read(sys_days(), "TIMESTAMP'2024-01-31 00:00:01'"), no + "2024-01-31 00:00:01\""},
-         {read(sys_seconds(), "TIMESTAMP'2024-01-31 00:00:00.5'"), no + "2024-01-31 00:00:00.5\""},
+         {read(sys_seconds(), "'2024-01-31 00:00:00.5'"), no + "2024-01-31 00:00:00.5\""},
          {read(sys_time<nanoseconds>(), "DATE'2263-01-01'"), no + "2263-01-01\""},
          {read(year_month_day(), "'0000-00-00'"), no + "0000-00-00\""},
+         {read(year_month_day(), "'2024-01-01 00:00:00'"), no + "2024-01-01 00:00:00\""},
          {read(hours(), "'00:30:00'"), no + "00:30:00\""},
+         {read(minutes(), "'00:00:60'"), no + "00:00:60\""},
+         {read(microseconds(), "'00:00:00.0000001'"), no + "00:00:00.0000001\""},
+         {read(0, "NULL"), column + "NULL, where a value is wanted"},
          {read(0, "1 FROM DUAL WHERE FALSE"),
-          "DatabaseException (4) at Scalar:1: there is no row : SELECT 1 FROM DUAL WHERE FALSE"},
-         {failureOf([] { literal(std::nan("")); }), "SQL has no NaN (4) at ValueText:1"},
-         {failureOf([] { literal(-HUGE_VALF); }), "SQL has no infinity (4) at ValueText:1"},
-         {failureOf([] { literal(2023y / 2 / 29); }), "SQL has no such date (4) at ValueText:2"},
-         {failureOf([] { literal(sys_days(10000y / 1 / 1)); }),
-          "SQL has no such date (4) at ValueText:2"},
-         {failureOf([] { identifier(""); }), "an identifier is not empty (4) at Literal:1"},
-         {failureOf([] {
-              identifier({"a\0b", 3});
-          }),
-          "an identifier has no NUL (4) at Literal:1"}});
+          "DatabaseException (4) at Scalar:1: there is no row : SELECT 1 FROM DUAL WHERE FALSE"}});
+
+    const auto written = [](const auto& value) { return failureOf([&] { literal(value); }); };
+    const std::string noDate = "SQL has no such date (4) at ValueText:2";
+    const std::string noTime = "SQL has no such time (4) at ValueText:3";
+    const auto name = [](std::string_view text) { return failureOf([&] { identifier(text); }); };
+    expectEqual({{written(std::nan("")), "SQL has no NaN (4) at ValueText:1"},
+                 {written(-HUGE_VALF), "SQL has no infinity (4) at ValueText:1"},
+                 {written(2023y / 2 / 29), noDate},
+                 {written(sys_days(10000y / 1 / 1)), noDate},
+                 {written(sys_days(days(24'667'000))), noDate}, // a year that takes over 16 bits
+                 {written(sys_seconds::min()), noDate},
+                 {written(sys_seconds::max()), noDate},
+                 {written(839h), noTime},
+                 {written(seconds::max()), noTime},
+                 {written(duration<double>(NAN)), noTime},
+                 {name(""), "an identifier is not empty (4) at Literal:1"},
+                 {name({"a\0b", 3}), "an identifier has no NUL (4) at Literal:1"}});
     Query query(connection);
     query << "SELECT " << std::nan("") << ", 1";
     EXPECT_EQ(failureOf([&] { query.execute(); }),
@@ -122,27 +126,25 @@ TEST_F(Values, RowsAreTyped)
 {
     struct Row : RowImpl {
         std::optional<std::uint64_t> number;
-        std::string text;
         bool parse(void* connection, void* result, void* row) override
         {
             number = column<std::optional<std::uint64_t>>(connection, result, row, 0);
-            text = column<std::string>(connection, result, row, 1);
-            EXPECT_THROW(column<std::optional<int>>(connection, result, row, 2), DatabaseException);
-            EXPECT_THROW(column<std::optional<int>>(connection, result, row, -1),
-                         DatabaseException);
+            for (const int none : {-1, 1}) {
+                EXPECT_THROW(column<std::optional<int>>(connection, result, row, none),
+                             DatabaseException);
+            }
             return true;
         }
     };
     RowContainer container;
     KyRowParser<Row> parser(container);
-    connection.execute("SELECT 18446744073709551615, 'a' UNION SELECT NULL, 'b'", &parser);
+    connection.execute("SELECT 18446744073709551615 UNION SELECT NULL", &parser);
     std::string seen;
     const auto all = rows<Row>(container);
     for (auto next = all.begin(); next != all.end();) {
-        const Row& row = *next++;
-        seen += literal(row.number) + row.text + ' ';
+        seen += literal((*next++).number) + ' ';
     }
-    EXPECT_EQ(seen, "18446744073709551615a NULLb ");
+    EXPECT_EQ(seen, "18446744073709551615 NULL ");
     EXPECT_EQ(all.size(), 2U);
     EXPECT_THROW(*rows<NoopRowImpl>(container).begin(), std::bad_cast);
 }
@@ -152,7 +154,6 @@ TEST_F(Values, RefusalsTellTheirNumber)
     EXPECT_EQ(exceptionOf([] { const Connection none("nothing"); }).errorNumber(), 1049);
     const DatabaseException e =
         exceptionOf([&] { connection.execute("SELECT * FROM nothing" + std::string(2000, ' ')); });
-    EXPECT_EQ(e.errorNumber(), 1146);
     EXPECT_THAT(e.what(), testing::StartsWith("DatabaseException (4) at Query:88, error 1146: "));
     EXPECT_LT(std::string(e.what()).size(), 1100U);
     EXPECT_GT(e.stringParameter().size(), 2000U);

@@ -11,7 +11,7 @@ struct Item : Kestro::KYDBTableSimple {
     std::string text = "it's \"saved\"";
     char note[300] = "";
 
-    /// Made from nothing, its database comes from outside.
+    /// fetchAll() makes records without a database and sets it afterwards.
     explicit Item(Kestro::KYDBDatabase* database = nullptr) { DBDatabase(database); }
 
 protected:

@@ -30,7 +30,7 @@ inline std::string environment(const char* name)
     return value != nullptr ? value : "";
 }
 
-/// Expects that what a row begins with is what it ends with.
+/// Expects the two texts of each row to be equal.
 inline void expectEqual(const Table<std::string, std::string>& rows)
 {
     for (const auto& [actual, expected] : rows) {
@@ -38,7 +38,7 @@ inline void expectEqual(const Table<std::string, std::string>& rows)
     }
 }
 
-/// Groups digits by threes, as the locale of many a program does.
+/// Groups digits by threes, as many locales do.
 struct Grouping : std::numpunct<char> {
     std::string do_grouping() const override { return "\3"; }
 };
