@@ -13,7 +13,6 @@
 #include <fstream>
 #include <map>
 #include <optional>
-#include <set>
 #include <sys/mman.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -122,11 +121,9 @@ void answer(std::string_view text)
 
 bool isIdentifier(std::string_view name)
 {
-    const auto isPart = [](unsigned char c) {
-        return c == '_' || c >= 0x80 || std::isalnum(c) != 0;
-    };
     return !name.empty() && std::isdigit(static_cast<unsigned char>(name[0])) == 0 &&
-           std::ranges::all_of(name, isPart);
+           std::ranges::all_of(
+               name, [](unsigned char c) { return c == '_' || c >= 0x80 || std::isalnum(c) != 0; });
 }
 
 // What a literal with these bytes between its quotation marks says; fails on a bare mark.
@@ -136,13 +133,11 @@ std::string unescaped(std::string_view text)
     constexpr std::string_view Bytes("\0\t\n\r\x1a\"'\\", 8);
     std::string all;
     for (std::size_t i = 0; i < text.size(); ++i) {
-        if (text[i] == '\\') {
-            check(++i < text.size() && Letters.find(text[i]) != std::string_view::npos);
-            all += Bytes[Letters.find(text[i])];
-        } else {
-            check(Bytes.find(text[i]) == std::string_view::npos);
-            all += text[i];
-        }
+        const bool plain = text[i] != '\\';
+        check(plain || ++i < text.size());
+        const std::size_t found = (plain ? Bytes : Letters).find(text[i]);
+        check(plain == (found == std::string_view::npos));
+        all += plain ? text[i] : Bytes[found];
     }
     return all;
 }
@@ -161,12 +156,11 @@ void identifiers(std::string_view input)
     const std::string name = className(input);
     check(!isClassName(name) || isIdentifier(name));
     VariableNames names(name);
-    std::set<std::string> all{name};
-    for (const char separator : {',', '\n'}) {
-        const std::string column = names.add(input.substr(0, input.find(separator)));
-        check(isIdentifier(column) && all.insert(column).second);
-    }
-    check(literal(input).find_first_of("\n\r") == std::string::npos);
+    const std::string first = names.add(input);
+    const std::string second = names.add(input.substr(0, input.find(',')));
+    check(isIdentifier(first) && isIdentifier(second));
+    check(first != name && second != name && first != second);
+    check(escaped(input).find_first_of("\n\r") == std::string::npos);
     check(width(shortened(input, 10)) <= 10);
 }
 
@@ -200,51 +194,33 @@ void script(std::string_view input)
     check(joined == content);
 }
 
-// The statements of a script, without blanks at their ends. Whether the reader found fault with it,
-// or with the server's own reading, is told by `regular`.
-std::list<std::string> statementsOf(const std::string& content, bool& regular)
-{
-    ScriptReader reader(fileOf(content));
-    std::list<std::string> statements;
-    for (std::string text;; text.clear()) {
-        try {
-            if (!reader.next(text)) {
-                break;
-            }
-            check(!text.empty());
-            regular = regular && !reader.compound();
-            statements.push_back(text.substr(0, text.find_last_not_of(" \t\n\v\f\r") + 1));
-        } catch (const DatabaseException&) {
-            check(text.empty());
-            regular = false;
-        }
-    }
-    check(reader.bytes() == content.size() && reader.size() == content.size());
-    return statements;
-}
-
-// What a statement is does not depend on the one before it.
+// The statements are pieces of the script, in its order.
 void scriptReader(std::string_view input)
 {
-    const std::string content(input);
+    std::string content = std::string(input) + '\n'; // the last line gets an end
+    std::erase(content, '\r');                       // before a line feed it is left out
     constexpr std::string_view Word = "source";
     const auto word = std::search(content.begin(), content.end(), Word.begin(), Word.end(),
                                   [](unsigned char a, char b) { return std::tolower(a) == b; });
     if (word != content.end() || content.find("\\.") != std::string::npos) {
         return; // they would read files of this machine
     }
-    // Of two CR before a line feed one is left, and the other goes the next time.
-    bool regular = content.find("\r\r") == std::string::npos;
-    const std::list<std::string> statements = statementsOf(content, regular);
-    std::string joined = "\n"; // before what would be a byte-order mark
-    for (const std::string& statement : statements) {
-        // At a line's end it is a command.
-        regular = regular && strcasecmp(statement.c_str(), "delimiter") != 0;
-        joined += statement + "\n;\n";
+    ScriptReader reader(fileOf(std::string(input)));
+    std::size_t at = 0;
+    for (bool more = true; more;) {
+        std::string text;
+        try {
+            more = reader.next(text);
+            check(more != text.empty());
+        } catch (const DatabaseException&) {
+            check(text.empty());
+        }
+        std::erase(text, '\r');
+        at = content.find(text, at);
+        check(at != std::string::npos);
+        at += text.size();
     }
-    if (regular) {
-        check(statementsOf(joined, regular) == statements && regular);
-    }
+    check(reader.bytes() == input.size() && reader.size() == input.size());
 }
 
 // Taken apart word by word, a text never leaves less than a short look says.
@@ -283,7 +259,7 @@ void value(std::string_view input)
     check(std::string_view(buffer) == std::string_view(text.c_str()).substr(0, sizeof buffer - 1));
     std::string escaped;
     KYVarRef(bytes)->append(escaped);
-    check(unescaped(escaped) == text);
+    check(unescaped(escaped) == text && literal(text) == '"' + escaped + '"');
 }
 
 } // namespace
