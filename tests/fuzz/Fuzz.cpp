@@ -1,7 +1,6 @@
 // The readers of foreign text, each a target that FUZZ_TARGET names: see `./dev fuzz`.
 
-#include "Fuzz.h"
-
+#include "../../platform/client/Link.h"
 #include "../../platform/client/Text.h"
 #include "../../programs/record/Identifier.h"
 
@@ -11,23 +10,120 @@
 #include <cctype>
 #include <cstring>
 #include <db_client.h>
-#include <numeric>
-#include <set>
+#include <fstream>
+#include <map>
+#include <optional>
 #include <sys/mman.h>
+#include <sys/socket.h>
 #include <unistd.h>
+#include <vector>
 
 namespace {
 
 using namespace Kestro;
 using namespace Kestro::Database;
 
+// Ends the program if what must hold of every input does not.
+void check(bool holds)
+{
+    if (!holds) {
+        std::abort();
+    }
+}
+
+// The path of a file with this content. The next call overwrites it.
+std::string fileOf(const std::string& content)
+{
+    static const std::string path = "/proc/self/fd/" + std::to_string(memfd_create("script", 0));
+    check(static_cast<bool>(std::ofstream(path) << content));
+    return path;
+}
+
+enum class Way { Stored, Counted, Streamed, Dropped };
+
+// All values of a result, whose rows stay in memory unless they are streamed.
+std::string valuesOf(void* result, Way way)
+{
+    if (way == Way::Counted) {
+        db_result_row_num(nullptr, result);
+    }
+    const int columns = db_result_fields_num(nullptr, result);
+    std::string all;
+    std::vector<void*> rows;
+    while (void* const row = db_result_fetch_row(result, static_cast<int>(rows.size()))) {
+        rows.push_back(row);
+        for (int column = -1; column <= columns; ++column) {
+            const char* const value = db_result_get_value(nullptr, result, row, column);
+            const unsigned long length = db_result_field_length(result, column);
+            check(value != nullptr ? value[length] == '\0' : length == 0);
+            all += value != nullptr ? std::string(value, length) + ',' : "NULL,";
+        }
+    }
+    check(db_result_row_num(nullptr, result) == static_cast<int>(rows.size()));
+    if (way != Way::Streamed && !rows.empty()) {
+        const std::size_t middle = rows.size() / 2;
+        check(db_result_fetch_row(result, static_cast<int>(middle)) == rows[middle]);
+        const char* const value = db_result_get_value(nullptr, result, rows[0], columns - 1);
+        check(value == nullptr || all.find(value) != std::string::npos);
+    }
+    return all;
+}
+
+// The values in an answer that is read in one way, or nothing if it fails.
+std::optional<std::string> readAnswer(const std::string& packets, Way way)
+{
+    int ends[2];
+    check(socketpair(AF_UNIX, SOCK_STREAM, 0, ends) == 0);
+    check(write(ends[1], packets.data(), packets.size()) == static_cast<ssize_t>(packets.size()));
+    shutdown(ends[1], SHUT_WR);
+    client::Link link("");
+    link.attach(ends[0]);
+    void* result = nullptr;
+    std::string values;
+    const auto query = way == Way::Stored ? db_query : db_use_query;
+    bool failed = query(&link, "SELECT 1", way == Way::Dropped ? nullptr : &result) != 0;
+    check(!failed || result == nullptr);
+    if (result != nullptr) {
+        try {
+            values = valuesOf(result, way);
+        } catch (const Exception&) {
+            failed = true;
+        }
+        db_free_result(result);
+    }
+    close(ends[0]);
+    close(ends[1]);
+    check(!failed || db_error_number(&link) != 0);
+    return failed ? std::nullopt : std::optional(values);
+}
+
+// The first byte says whether the rest are packets as they are, or contents that get correct heads.
+// Its length stands before each content.
+void answer(std::string_view text)
+{
+    client::Fields input(text.data(), text.size());
+    const bool whole = input.fixed(1) != 0;
+    std::string packets(input.text(whole ? input.left() : 0));
+    for (char number = 1; input.left() != 0; ++number) {
+        const std::string_view content = input.text();
+        packets += {static_cast<char>(content.size()), static_cast<char>(content.size() >> 8), '\0',
+                    number};
+        packets += content;
+    }
+    // What can be stored can be read in every way. The reverse does not hold: only storing rows
+    // shows that other answers follow them.
+    const std::optional<std::string> stored = readAnswer(packets, Way::Stored);
+    for (const Way way : {Way::Counted, Way::Streamed, Way::Dropped}) {
+        const std::optional<std::string> values = readAnswer(packets, way);
+        check(!stored || values == (way == Way::Dropped ? "" : stored));
+    }
+}
+
 bool isIdentifier(std::string_view name)
 {
-    const auto isPart = [](unsigned char c) {
-        return c == '_' || c >= 0x80 || std::isalnum(c) != 0;
-    };
     return !name.empty() && std::isdigit(static_cast<unsigned char>(name[0])) == 0 &&
-           std::ranges::all_of(name, isPart);
+           std::ranges::all_of(
+               name, [](unsigned char c) { return c == '_' || c >= 0x80 || std::isalnum(c) != 0; });
 }
 
 // What a literal with these bytes between its quotation marks says; fails on a bare mark.
@@ -37,13 +133,11 @@ std::string unescaped(std::string_view text)
     constexpr std::string_view Bytes("\0\t\n\r\x1a\"'\\", 8);
     std::string all;
     for (std::size_t i = 0; i < text.size(); ++i) {
-        if (text[i] == '\\') {
-            check(++i < text.size() && Letters.find(text[i]) != std::string_view::npos);
-            all += Bytes[Letters.find(text[i])];
-        } else {
-            check(Bytes.find(text[i]) == std::string_view::npos);
-            all += text[i];
-        }
+        const bool plain = text[i] != '\\';
+        check(plain || ++i < text.size());
+        const std::size_t found = (plain ? Bytes : Letters).find(text[i]);
+        check(plain == (found == std::string_view::npos));
+        all += plain ? text[i] : Bytes[found];
     }
     return all;
 }
@@ -62,13 +156,12 @@ void identifiers(std::string_view input)
     const std::string name = className(input);
     check(!isClassName(name) || isIdentifier(name));
     VariableNames names(name);
-    std::set<std::string> all{name};
-    for (const char separator : {',', '\n'}) {
-        const std::string column = names.add(input.substr(0, input.find(separator)));
-        check(isIdentifier(column) && all.insert(column).second);
-    }
-    check(literal(input).find_first_of("\n\r") == std::string::npos);
-    check(width(shortened(input, 10)) <= std::max<std::size_t>(10, 3));
+    const std::string first = names.add(input);
+    const std::string second = names.add(input.substr(0, input.find(',')));
+    check(isIdentifier(first) && isIdentifier(second));
+    check(first != name && second != name && first != second);
+    check(escaped(input).find_first_of("\n\r") == std::string::npos);
+    check(width(shortened(input, 10)) <= 10);
 }
 
 void list(std::string_view input)
@@ -91,67 +184,43 @@ void script(std::string_view input)
     static const std::string before(Limit - 6000, 'x');
     static const std::string between(7000, 'x');
     const std::string content = before + std::string(input) + between + std::string(input);
-    const int file = memfd_create("script", 0);
-    check(write(file, content.data(), content.size()) == static_cast<ssize_t>(content.size()));
     alignas(Connection) static char place[sizeof(Connection)]; // not used before execute()
-    const std::list<std::string> batches =
-        QueryFile(reinterpret_cast<Connection&>(place), "/proc/self/fd/" + std::to_string(file))
-            .batches();
-    close(file);
-    check(std::accumulate(batches.begin(), batches.end(), std::string()) == content);
-    for (const std::string& batch : batches) {
-        check(&batch == &batches.back() || batch.ends_with(";\n"));
+    std::string joined;
+    for (const std::string& batch :
+         QueryFile(reinterpret_cast<Connection&>(place), fileOf(content)).batches()) {
+        joined += batch;
+        check(joined.size() == content.size() || batch.ends_with(";\n"));
     }
+    check(joined == content);
 }
 
-// The statements of a script, without blanks at their ends. Whether the reader found fault with it,
-// or with the server's own reading, is told by `regular`.
-std::list<std::string> statementsOf(const std::string& content, bool& regular)
-{
-    const int file = memfd_create("script", 0);
-    check(write(file, content.data(), content.size()) == static_cast<ssize_t>(content.size()));
-    ScriptReader reader("/proc/self/fd/" + std::to_string(file));
-    close(file);
-    std::list<std::string> statements;
-    for (std::string text;; text.clear()) {
-        try {
-            if (!reader.next(text)) {
-                break;
-            }
-            check(!text.empty());
-            regular = regular && !reader.compound();
-            statements.push_back(text.substr(0, text.find_last_not_of(" \t\n\v\f\r") + 1));
-        } catch (const DatabaseException&) {
-            check(text.empty());
-            regular = false;
-        }
-    }
-    check(reader.bytes() == content.size() && reader.size() == content.size());
-    return statements;
-}
-
-// What a statement is does not depend on the one before it.
+// The statements are pieces of the script, in its order.
 void scriptReader(std::string_view input)
 {
-    const std::string content(input);
+    std::string content = std::string(input) + '\n'; // the last line gets an end
+    std::erase(content, '\r');                       // before a line feed it is left out
     constexpr std::string_view Word = "source";
     const auto word = std::search(content.begin(), content.end(), Word.begin(), Word.end(),
                                   [](unsigned char a, char b) { return std::tolower(a) == b; });
     if (word != content.end() || content.find("\\.") != std::string::npos) {
         return; // they would read files of this machine
     }
-    // Of two CR before a line feed one is left, and the other goes the next time.
-    bool regular = content.find("\r\r") == std::string::npos;
-    const std::list<std::string> statements = statementsOf(content, regular);
-    std::string joined = "\n"; // before what would be a byte-order mark
-    for (const std::string& statement : statements) {
-        // At a line's end it is a command.
-        regular = regular && strcasecmp(statement.c_str(), "delimiter") != 0;
-        joined += statement + "\n;\n";
+    ScriptReader reader(fileOf(std::string(input)));
+    std::size_t at = 0;
+    for (bool more = true; more;) {
+        std::string text;
+        try {
+            more = reader.next(text);
+            check(more != text.empty());
+        } catch (const DatabaseException&) {
+            check(text.empty());
+        }
+        std::erase(text, '\r');
+        at = content.find(text, at);
+        check(at != std::string::npos);
+        at += text.size();
     }
-    if (regular) {
-        check(statementsOf(joined, regular) == statements && regular);
-    }
+    check(reader.bytes() == input.size() && reader.size() == input.size());
 }
 
 // Taken apart word by word, a text never leaves less than a short look says.
@@ -188,29 +257,20 @@ void value(std::string_view input)
     }
     check(low == static_cast<int>(number) && bytes == text);
     check(std::string_view(buffer) == std::string_view(text.c_str()).substr(0, sizeof buffer - 1));
-    const long before = number;
-    KYVarRef(number)->assign(std::to_string(number));
-    check(number == before);
     std::string escaped;
     KYVarRef(bytes)->append(escaped);
-    check(unescaped(escaped) == text);
+    check(unescaped(escaped) == text && literal(text) == '"' + escaped + '"');
 }
 
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t size)
 {
-    struct Target {
-        std::string_view name;
-        void (*run)(std::string_view input);
-    };
-    static constexpr Target Targets[] = {
+    static const std::map<std::string_view, void (*)(std::string_view)> targets = {
         {"answer", answer},       {"escape", escape}, {"identifiers", identifiers},
         {"list", list},           {"script", script}, {"script_reader", scriptReader},
         {"statement", statement}, {"value", value},   {"table_name", tableName}};
-    static const Target& target =
-        *std::ranges::find(Targets, std::string_view(std::getenv("FUZZ_TARGET")), &Target::name);
-    check(&target != std::end(Targets));
-    target.run({reinterpret_cast<const char*>(data), size});
+    static const auto run = targets.at(std::getenv("FUZZ_TARGET"));
+    run({reinterpret_cast<const char*>(data), size});
     return 0;
 }

@@ -30,12 +30,6 @@ template <class Record> void send(KYDBDatabase& source, KYDBDatabase& copy)
     }
 }
 
-template <class... Record>
-void sendAll(const std::tuple<Record...>*, KYDBDatabase& source, KYDBDatabase& copy)
-{
-    (send<Record>(source, copy), ...);
-}
-
 } // namespace Kestro
 
 int main()
@@ -44,7 +38,10 @@ try {
     Kestro::KYDBDatabase copy;
     source.selectDB("source");
     copy.selectDB("copy");
-    sendAll(static_cast<const Records*>(nullptr), source, copy);
+    const auto sendAll = [&]<class... Record>(const std::tuple<Record...>*) {
+        (Kestro::send<Record>(source, copy), ...);
+    };
+    sendAll(static_cast<const Records*>(nullptr));
 } catch (const std::exception& e) {
     std::cerr << e.what() << '\n';
     return 1;
