@@ -6,7 +6,6 @@
 #include "Socket.h"
 
 #include <KestroDatabase>
-#include <algorithm>
 #include <cstdlib>
 #include <db_client.h>
 #include <filesystem>
@@ -47,7 +46,8 @@ Exit status:
   2  wrong usage
 )"};
 
-// Prints each finding at once.
+// Prints each finding at once. Names in it come from the server: on one line they neither control
+// the terminal nor look like a finding of their own.
 class Report {
 public:
     void add(const Finding& finding)
@@ -56,10 +56,11 @@ public:
         const Word& word = m_words[static_cast<std::size_t>(finding.severity)];
         std::cout << (m_coloured ? word.colour : "") << word.text << (m_coloured ? Plain : "")
                   << std::string(WordWidth - word.text.size(), ' ') << std::left
-                  << std::setw(SubjectWidth) << harmless(finding.subject) << "  "
-                  << harmless(finding.text) << '\n';
+                  << std::setw(SubjectWidth) << programs::onOneLine(finding.subject) << "  "
+                  << programs::onOneLine(finding.text) << '\n';
         if (!finding.advice.empty()) {
-            std::cout << std::string(WordWidth, ' ') << "-> " << harmless(finding.advice) << '\n';
+            std::cout << std::string(WordWidth, ' ') << "-> " << programs::onOneLine(finding.advice)
+                      << '\n';
         }
         std::cout.flush(); // the next check may take long
     }
@@ -87,14 +88,6 @@ private:
     {
         const char* const none = std::getenv("NO_COLOR");
         return isatty(STDOUT_FILENO) != 0 && (none == nullptr || *none == '\0');
-    }
-
-    // Names come from the server: they must neither control the terminal nor begin a line.
-    static std::string harmless(std::string text)
-    {
-        std::ranges::replace_if(
-            text, [](unsigned char c) { return c < ' ' || c == '\177'; }, '?');
-        return text;
     }
 
     const bool m_coloured = coloursWanted();

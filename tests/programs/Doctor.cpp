@@ -159,7 +159,7 @@ TEST_F(Doctor, TellsWhatIsWrongWithAServerAndADatabase)
         setCharacters + "utf8mb4; DROP TABLE a, b, `c\033[1m`, d; DROP VIEW v", 0,
         {"note  database            " + name, "hold latin1", "CHARACTER SET utf8mb4",
          "note  table               " + name + ".`a` has the engine MyISAM: ROLLBACK",
-         "`a` ENGINE=InnoDB", "`b` has the engine MEMORY", "`c?[1m` has no primary key: a record",
+         "`a` ENGINE=InnoDB", "`b` has the engine MEMORY", "`c [1m` has no primary key: a record",
          "ok    tables              1 of 4 transactional and with a primary key"});
     EXPECT_EQ(expectTold(doctor, 0, {}), healthy);
 }
