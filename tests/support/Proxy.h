@@ -6,30 +6,22 @@
 #include <thread>
 #include <vector>
 
-/// Stands between this program and the server for as long as it lives, in that MYSQL_UNIX_PORT
-/// names it, and does to their packets what a test wants.
+/// Stands between this program and the server for as long as it lives: MYSQL_UNIX_PORT names it.
+/// It sends every byte on alone, so that each packet comes in parts.
 class Proxy {
 public:
     Proxy();
-    Proxy(const Proxy&) = delete;
-    Proxy& operator=(const Proxy&) = delete;
     /// Closes the connections that it carries.
     ~Proxy();
 
-    /// Edit what a client sends first, its login, and what the server sends. To be set while nobody
-    /// is connected.
-    std::function<void(std::string& packet)> login = [](std::string&) {};
-    std::function<void(std::string& packets)> answer = [](std::string&) {};
-    /// Closes a connection after so many more bytes of the server's; negative for never.
+    /// Edits what was received from the server or from a client. Set it before anybody connects.
+    std::function<void(bool fromServer, std::string& bytes)> edit = [](bool, std::string&) {};
+    /// The server's bytes that are still sent on, after which the connection is closed. Each one
+    /// counts down. A negative number closes nothing.
     std::atomic<long> left{-1};
-    /// Whether the server's bytes are sent on one by one.
-    std::atomic<bool> drips{false};
-    /// How many bytes of the server's were sent on.
-    std::atomic<long> passed{0};
 
 private:
     void carry(int client);
-    bool pass(int client, const std::string& bytes);
 
     const std::string m_server;
     const std::string m_path = m_server + ".proxy";
