@@ -129,10 +129,8 @@ TEST_F(Database, TheCatalogFollows)
     EXPECT_EQ(fields.front().name + ' ' + fields.back().type, "id varchar(20)");
     connection.execute("CREATE TABLE other (id INT)");
     EXPECT_TRUE(QueryTableExists(connection, "o%").exists()); // two of them
-    Query insert(connection);
-    insert << "INSERT INTO orders (name) VALUES ('a'), ('b'), ('c')";
-    insert.execute();
-    EXPECT_EQ(insert.get_lastid(), 1U);
+    connection.execute("INSERT INTO orders (name) VALUES ('a'), ('b'), ('c')");
+    EXPECT_EQ(Query(connection).get_lastid(), 1U);
     std::string counts;
     for (const char* text :
          {"SELECT COUNT(*) FROM orders", "SELECT 7, 1 UNION ALL SELECT 9, 1", "SELECT 1 FROM other",
@@ -146,16 +144,9 @@ TEST_F(Database, TheCatalogFollows)
 TEST_F(Database, LoadedTextsComeBackUnchanged)
 {
     connection.disconnect();
-    std::vector<std::string> texts = {"\\N",
-                                      "",
-                                      "\"'`\\",
-                                      "\xf0\x9f\x98\x80 \xc3\xa9",
-                                      "NULL",
-                                      std::string(70'000, '"'),
-                                      everyByte().substr(0, 128)};
-    for (std::size_t size = 499; size < 503; ++size) {
-        texts.emplace_back(size, '\t');
-    }
+    std::vector<std::string> texts = {"\\N", "", "\"'`\\", "\xf0\x9f\x98\x80 \xc3\xa9", "NULL"};
+    texts.emplace_back(70'000, '"');
+    texts.push_back(everyByte().substr(0, 128));
     for (const std::string set : {"latin1", "utf8mb3", "utf8mb4"}) {
         const std::string name = database + "_" + set;
         run("CREATE DATABASE " + name + " CHARACTER SET " + set);

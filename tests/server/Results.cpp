@@ -184,12 +184,10 @@ TEST_F(Results, SeveralStatementsAreOneCall)
         EXPECT_EQ(query("INSERT INTO t VALUES (2); DELETE FROM t", store), nullptr);
         // A failure in the middle is the failure of the call.
         void* result = &result;
-        EXPECT_NE((store ? db_query : db_use_query)(
-                      link.get(),
-                      "INSERT INTO t VALUES (1); SELECT 'x'; INSERT INTO t VALUES (1); "
-                      "INSERT INTO t VALUES (2); SELECT 'y'",
-                      &result),
-                  0);
+        const char* const middle =
+            "INSERT INTO t VALUES (1); SELECT 'x'; INSERT INTO t VALUES (1); "
+            "INSERT INTO t VALUES (2); SELECT 'y'";
+        EXPECT_NE((store ? db_query : db_use_query)(link.get(), middle, &result), 0);
         EXPECT_EQ(result, nullptr);
         EXPECT_EQ(value("SELECT GROUP_CONCAT(id) FROM t"), "1");
         EXPECT_EQ(db_error_number(link.get()), 1062); // a success does not clear it
@@ -231,13 +229,11 @@ TEST_F(Results, NullIsAllowedEverywhere)
     void* result = &result;
     EXPECT_NE(db_query(nullptr, "DO 1", &result), 0);
     EXPECT_EQ(result, nullptr);
-    EXPECT_NE(db_enable_multiple_statements_per_query(nullptr), 0);
     EXPECT_EQ(db_error_number(nullptr), 2006);
     db_disconnect(nullptr);
     db_free_result(nullptr);
     EXPECT_EQ(db_affected_rows(nullptr) + db_lastid(nullptr), 0U);
-    EXPECT_EQ(db_result_row_num(nullptr, nullptr) + db_result_fields_num(nullptr, nullptr), 0);
-    EXPECT_EQ(at({nullptr, db_free_result}, 0), "NULL");
+    EXPECT_EQ(db_result_row_num(nullptr, nullptr), 0);
 }
 
 } // namespace

@@ -56,14 +56,16 @@ void Proxy::carry(int client)
         const bool fromServer = ends[1].revents != 0;
         const int from = fromServer ? server : client;
         const ssize_t got = ends[2].revents == 0 ? recv(from, buffer.data(), buffer.size(), 0) : 0;
-        std::string bytes(buffer.data(), static_cast<std::size_t>(std::max<ssize_t>(got, 0)));
-        if (!bytes.empty()) {
-            edit(fromServer, bytes);
+        if (got <= 0) {
+            break;
         }
-        open = !bytes.empty() && std::ranges::all_of(bytes, [&](char byte) {
-            const bool cut = fromServer && left-- == 0;
-            return !cut && send(fromServer ? client : server, &byte, 1, MSG_NOSIGNAL) == 1;
-        });
+        std::string bytes(buffer.data(), static_cast<std::size_t>(got));
+        edit(fromServer, bytes);
+        const auto passOn = [&](char byte) {
+            return left-- != 0 && send(client, &byte, 1, MSG_NOSIGNAL) == 1;
+        };
+        open = fromServer ? std::ranges::all_of(bytes, passOn)
+                          : send(server, bytes.data(), bytes.size(), MSG_NOSIGNAL) > 0;
     }
     close(server);
     close(client);

@@ -7,7 +7,7 @@
 #include <vector>
 
 /// Stands between this program and the server for as long as it lives: MYSQL_UNIX_PORT names it.
-/// It sends every byte on alone, so that each packet comes in parts.
+/// It sends the server's bytes on one by one, so that each packet comes in parts.
 class Proxy {
 public:
     Proxy();
