@@ -70,7 +70,6 @@ TEST_F(Faults, ALostSessionIsReplacedIfNothingIsMissed)
         {"INSERT INTO done VALUES (latest())", true, "INSERT INTO t VALUES ()"},
         {"INSERT INTO done VALUES (PREVIOUS VALUE FOR s)", true, "DO NEXTVAL(s)"},
         {"INSERT INTO done VALUES (FOUND_ROWS())", true, "SELECT 1"}};
-    std::size_t sent = 0;
     for (const auto& [next, fails, before] : rows) {
         std::list<std::string> each;
         string2list(each, before, '|', true);
@@ -84,13 +83,13 @@ TEST_F(Faults, ALostSessionIsReplacedIfNothingIsMissed)
                 EXPECT_EQ(error(next, session.get()), 2006);
             }
             EXPECT_EQ(error(next, session.get()), 0) << db_error_message(session.get());
-            ++sent;
+            // It ran once.
+            EXPECT_EQ(db_result_row_num(nullptr, query("DELETE FROM done RETURNING n").get()), 1);
             // The fresh session keeps what was promised for the link.
             EXPECT_EQ(error("DO 1; SET sql_mode=ANSI_QUOTES", session.get()), 0);
             EXPECT_EQ(error("DO 1", session.get()), 1231);
         }
     }
-    EXPECT_EQ(value("SELECT COUNT(*) FROM done"), std::to_string(sent)); // and each only once
 }
 
 TEST_F(Faults, ALossIsToldToOneStatementAndToNothingElse)
@@ -186,7 +185,6 @@ TEST_F(Faults, ARestartLosesNothingAcknowledgedAndRepeatsNothing)
     }
     threads.clear();
 
-    reopen();
     std::multiset<int> found;
     const Handle rows = query("SELECT number FROM item");
     for (int i = 0; i < db_result_row_num(nullptr, rows.get()); ++i) {
@@ -205,19 +203,18 @@ TEST_F(Faults, ARestartLosesNothingAcknowledgedAndRepeatsNothing)
 
 TEST_F(Faults, AServerThatIsFrozenFullOrGoneIsReportedAndComesBack)
 {
-    const Kestro::SocketAddress anywhere = Connection::defaultAddress();
     Connection idle(database);
     server("--signal STOP");
-    EXPECT_FALSE(Connection::waitUntilServerReady(anywhere, 1));
+    EXPECT_FALSE(Connection::waitUntilServerReady(Connection::defaultAddress(), 1));
     EXPECT_EQ(db_error_number(nullptr), 2013) << db_error_message(nullptr);
     server("--signal CONT");
-    EXPECT_TRUE(Connection::waitUntilServerReady(anywhere, 1));
+    EXPECT_TRUE(Connection::waitUntilServerReady(Connection::defaultAddress(), 1));
 
     run("SET GLOBAL max_connections = 10");
     std::vector<Handle> links;
-    do {
+    for (int i = 0; i < 20; ++i) {
         links.emplace_back(db_connect_unix(""), db_disconnect);
-    } while (links.back() != nullptr && links.size() < 20);
+    }
     EXPECT_EQ(db_error_number(nullptr), 1040) << db_error_message(nullptr);
     links.clear();
     run("SET GLOBAL max_connections = DEFAULT");

@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <memory>
 #include <mysql.h>
+#include <set>
 #include <thread>
 #include <unistd.h>
 
@@ -27,7 +28,6 @@ protected:
 
 TEST_F(Session, IsTheSameWhateverTheGlobalMode)
 {
-    const std::string before = value("SELECT @@GLOBAL.sql_mode");
     for (const std::string mode :
          {"ANSI", "ANSI_QUOTES", "NO_BACKSLASH_ESCAPES", "EMPTY_STRING_IS_NULL", "ORACLE", "DB2",
           "MSSQL,MAXDB,POSTGRESQL", "ANSI,ANSI_QUOTES,NO_BACKSLASH_ESCAPES"}) {
@@ -39,7 +39,7 @@ TEST_F(Session, IsTheSameWhateverTheGlobalMode)
                   "01utf8mb4utf8mb4")
             << mode;
     }
-    run("SET GLOBAL sql_mode=\"" + before + "\"");
+    run("SET GLOBAL sql_mode=DEFAULT");
 }
 
 // In every character set that a session can have, a value stays in its literal or is not sent.
@@ -49,21 +49,20 @@ TEST_F(Session, IsRefusedOnceEscapedValuesAreUnsafe)
     for (const char lead : everyByte()) {
         pairs += {lead, '\'', lead, '"', lead, '\\'};
     }
-    std::string refused;
-    const Handle sets = query("SELECT character_set_name FROM information_schema.character_sets "
-                              "ORDER BY character_set_name");
+    std::set<std::string> refused;
+    const Handle sets = query("SHOW CHARACTER SET");
     for (int i = 0; at(sets, i) != "NULL"; ++i) {
         reopen();
         // The server refuses itself those that it allows for no client.
         if (error("SET NAMES " + at(sets, i)) == 0) {
             if (error("DO 1") != 0) {
-                refused += at(sets, i) + ' ';
+                refused.insert(at(sets, i));
             } else {
                 EXPECT_EQ(roundTrip(pairs), pairs) << at(sets, i);
             }
         }
     }
-    EXPECT_EQ(refused, "big5 cp932 gbk sjis ");
+    EXPECT_EQ(refused, (std::set<std::string>{"big5", "cp932", "gbk", "sjis"}));
     const std::string blind = " BEGIN SET session_track_state_change=0; "
                               "SET session_track_system_variables=''; SET NAMES gbk; ";
     run("CREATE PROCEDURE blind()" + blind + "END");
@@ -89,10 +88,11 @@ TEST_F(Session, FailedConnectsTellTheirReasonToTheirThread)
 {
     const std::string real = environment("MYSQL_UNIX_PORT");
     const std::string tooLong(200, 'x');
-    const Table<std::string, std::string, std::string, int> rows = {
-        {real + ".none", "", "", 2002}, {tooLong, "", "", 2001},   {real, "none", "", 1049},
-        {real, "", "secret", 1045},     {real, tooLong, "", 1102},
-    };
+    const Table<std::string, std::string, std::string, int> rows = {{real + ".none", "", "", 2002},
+                                                                    {tooLong, "", "", 2001},
+                                                                    {real, "none", "", 1049},
+                                                                    {real, "", "secret", 1045},
+                                                                    {real, tooLong, "", 1102}};
     for (const auto& [socket, name, password, number] : rows) {
         setenv("MYSQL_UNIX_PORT", socket.c_str(), 1);
         run("SET PASSWORD = PASSWORD('" + password + "')");
@@ -140,25 +140,22 @@ TEST_F(Session, OurOwnStatementsDoNotShow)
     const std::string insert = "INSERT INTO t VALUES (1), (2), (3)";
     const std::string select = "SELECT seq FROM seq_1_to_3";
     const std::string counts = "SELECT CONCAT(FOUND_ROWS(), ' ', ROW_COUNT())";
-    const std::string numbers = "SELECT FOUND_ROWS() * 100 + ROW_COUNT()";
     const std::vector<std::vector<std::string>> rows = {
         {select, "FAIL", counts},
         {select, "SET NAMES latin1", counts},
         {select, "SET @x = 1", counts},
         {select, "SET STATEMENT max_statement_time=1 FOR SELECT 7", counts},
         {"SELECT remembering()", counts},
-        {insert, numbers},
+        {insert, "SELECT FOUND_ROWS() * 100 + ROW_COUNT()"},
         {insert, "FAIL", counts},
         {"BEGIN NOT ATOMIC SIGNAL SQLSTATE '45000' SET MYSQL_ERRNO=5, MESSAGE_TEXT='why'; END",
          "SHOW WARNINGS"},
         {"FAIL", "SELECT CONCAT(@@error_count, '!')"},
         {"SET sql_select_limit=0", "SELECT 1", "SET sql_select_limit=DEFAULT", "SELECT 2"},
         {"SET sql_select_limit=0", "FAIL", "SELECT '3' LIMIT 1"},
-        {"SET character_set_results=utf16", "SELECT '\xc3\xa9' LIMIT 1"},
-    };
+        {"SET character_set_results=utf16", "SELECT '\xc3\xa9' LIMIT 1"}};
     for (const std::vector<std::string>& texts : rows) {
-        const std::unique_ptr<MYSQL, decltype(&mysql_close)> plain(mysql_init(nullptr),
-                                                                   mysql_close);
+        const std::unique_ptr<MYSQL, void (*)(MYSQL*)> plain(mysql_init(nullptr), mysql_close);
         mysql_options(plain.get(), MYSQL_SET_CHARSET_NAME, "utf8mb4");
         mysql_real_connect(plain.get(), nullptr, nullptr, nullptr, database.c_str(), 0,
                            std::getenv("MYSQL_UNIX_PORT"), 0);
