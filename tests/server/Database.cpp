@@ -126,7 +126,7 @@ TEST_F(Database, ParsersMayThrowQueryAndReopen)
         reader.then = [&] { return action(), true; };
         OneRowParser parser(reader);
         const std::string failure = failureOf([&] {
-            // Those of the statement, or the connection, that came last.
+            // The count is that of the last statement, or of the fresh link.
             EXPECT_EQ(execute("SELECT seq FROM seq_1_to_9", &parser, store), 0U);
         });
         connection.execute("DO 1");

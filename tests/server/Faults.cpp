@@ -132,7 +132,7 @@ TEST_F(Faults, ALossIsToldToOneStatementAndToNothingElse)
 
 TEST_F(Faults, ARestartLosesNothingAcknowledgedAndRepeatsNothing)
 {
-    // Without a unique key: what is saved twice is there twice.
+    // There is no unique key, so what is saved twice is there twice.
     run("CREATE TABLE item (number BIGINT, text VARCHAR(60), note VARCHAR(300))");
     Kestro::KYDBDatabase shared;
     shared.selectDB(database);
@@ -143,7 +143,7 @@ TEST_F(Faults, ARestartLosesNothingAcknowledgedAndRepeatsNothing)
         return exceptionOf([&] { connection.execute(text); }).errorNumber();
     };
 
-    // More of them on demand, which lets rarer interleavings happen.
+    // More restarts on demand let rarer interleavings happen.
     const int restarts = std::max(2, std::atoi(environment("KESTRO_RESTARTS").c_str()));
     constexpr int Writers = 8;
     constexpr int Span = 10'000'000;                 // numbers of one writer
@@ -176,9 +176,9 @@ TEST_F(Faults, ARestartLosesNothingAcknowledgedAndRepeatsNothing)
         });
     }
     for (int restart = 0; restart < restarts; ++restart) {
-        all.arrive_and_wait(); // and from now on everybody saves
+        all.arrive_and_wait(); // all are saving
         server(restart % 2 == 0 ? "--signal TERM" : "--signal KILL");
-        all.arrive_and_wait(); // until everybody has failed
+        all.arrive_and_wait(); // all have failed
         server("--start");
         all.arrive_and_wait();
         EXPECT_EQ(insert(idle, -1), 0) << idle.errorMessage();

@@ -8,7 +8,7 @@ namespace {
 
 class Results : public ServerTest {
 protected:
-    // The first values of the rows at the indexes.
+    // The values in column 0 of the rows at these indexes.
     static std::string walk(const Handle& result, std::initializer_list<int> indexes)
     {
         std::string all;
@@ -35,10 +35,10 @@ TEST_F(Results, RowsAreFoundByIndex)
     EXPECT_EQ(walk(streamed, {102, 199999, 200000, 199999}), "102 199999 NULL NULL ");
     EXPECT_EQ(db_affected_rows(link.get()), 200000U);
 
-    // What is asked first decides; the link is free once the rows are stored or the stream is over.
+    // The first call decides. The link is free once the rows are stored or the stream is over.
     const Handle decided = query("SELECT seq FROM seq_0_to_9", false);
     EXPECT_EQ(db_result_row_num(nullptr, decided.get()), 10);
-    query("SELECT seq FROM seq_0_to_199999", false); // nothing was asked of it
+    query("SELECT seq FROM seq_0_to_199999", false); // freed without a call
     EXPECT_EQ(at(query("SELECT seq FROM seq_0_to_199999", false), 9), "9");
     EXPECT_EQ(db_affected_rows(link.get()), 10U);
     EXPECT_EQ(value("SELECT 'next'"), "next");
@@ -97,7 +97,7 @@ TEST_F(Results, LongTextsAndValuesPassWhileSignalsInterrupt)
     interruption.sa_handler = [](int) {};
     sigaction(SIGALRM, &interruption, nullptr);
     ualarm(300, 300); // microseconds
-    // A part of a packet has 16777215 bytes: with a text, or a row, to the byte, and one more.
+    // A part of a packet has 16777215 bytes. A text or a row fills it, or needs one byte more.
     for (const std::size_t size : {16777205U, 16777206U, 16777211U, 16777212U, 40000000U}) {
         const std::string text(size, 'x');
         for (const bool store : {true, false}) {

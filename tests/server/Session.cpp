@@ -12,12 +12,12 @@
 
 namespace {
 
-// Before the first link, with which the Connector would have the signal ignored.
+// Set before the first link is opened: that is when the Connector would have it ignored.
 [[maybe_unused]] const sighandler_t inherited = std::signal(SIGPIPE, SIG_DFL);
 
 class Session : public ServerTest {
 protected:
-    // The bytes through a literal into a table and back.
+    // Writes the bytes into a table by a literal and reads them back.
     std::string roundTrip(const std::string& bytes)
     {
         run("CREATE OR REPLACE TABLE bytes (b BLOB)");
@@ -53,7 +53,7 @@ TEST_F(Session, IsRefusedOnceEscapedValuesAreUnsafe)
     const Handle sets = query("SHOW CHARACTER SET");
     for (int i = 0; at(sets, i) != "NULL"; ++i) {
         reopen();
-        // The server refuses itself those that it allows for no client.
+        // Some sets are for no client: the server refuses them itself.
         if (error("SET NAMES " + at(sets, i)) == 0) {
             if (error("DO 1") != 0) {
                 refused.insert(at(sets, i));
@@ -173,7 +173,7 @@ TEST_F(Session, OurOwnStatementsDoNotShow)
             mysql_free_result(stored);
         }
     }
-    // A limit of the server's keeps nobody from connecting.
+    // A global limit of no rows lets a link open all the same.
     run("SET GLOBAL sql_select_limit=0");
     reopen();
     run("SET GLOBAL sql_select_limit=DEFAULT");
@@ -195,7 +195,7 @@ TEST_F(Session, AChildLeavesTheParentsLinksAndItsSignals)
         testing::ExitedWithCode(0), "");
     EXPECT_EQ(at(streamed, 99999), "100000");
     EXPECT_EQ(error("DO 1", idle.get()), 0);
-    // Another program does not get the socket.
+    // A program that is started does not inherit the socket.
     EXPECT_EQ(std::system("for fd in 3 4 5 6 7 8 9; do test ! -S /dev/fd/$fd || exit 1; done"), 0);
 }
 
