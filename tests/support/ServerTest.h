@@ -44,41 +44,45 @@ protected:
         link.reset(db_connect_unix(database.c_str()));
         EXPECT_NE(link, nullptr) << db_error_message(nullptr);
     }
-    void run(const std::string& text, void* on = nullptr)
+    /// The number of the error of a statement, on a link other than `link` if one is given; 0 if it
+    /// succeeds.
+    int error(const std::string& text, void* on = nullptr)
     {
-        EXPECT_EQ(db_query(on != nullptr ? on : link.get(), text.c_str(), nullptr), 0)
-            << text.substr(0, 200) << ": " << db_error_message(on != nullptr ? on : link.get());
+        on = on != nullptr ? on : link.get();
+        return db_query(on, text.c_str(), nullptr) == 0 ? 0 : db_error_number(on);
     }
-    Handle query(const std::string& text, bool store = true)
+    void run(const std::string& text)
     {
+        EXPECT_EQ(error(text), 0) << text.substr(0, 200) << ": " << db_error_message(link.get());
+    }
+    Handle query(const std::string& text, bool store = true, void* on = nullptr)
+    {
+        on = on != nullptr ? on : link.get();
         void* result = nullptr;
-        EXPECT_EQ((store ? db_query : db_use_query)(link.get(), text.c_str(), &result), 0)
-            << text.substr(0, 200) << ": " << db_error_message(link.get());
+        EXPECT_EQ((store ? db_query : db_use_query)(on, text.c_str(), &result), 0)
+            << text.substr(0, 200) << ": " << db_error_message(on);
         return {result, db_free_result};
     }
-    /// All the bytes of a value, which a NUL must follow; "NULL" for SQL NULL and for one that is
-    /// not there.
+    /// All the bytes of a value, which a NUL must follow; "NULL" for SQL NULL, whose length must be
+    /// 0, and for a value that is not there.
     static std::string at(const Handle& result, int row, int column = 0)
     {
         void* const found = db_result_fetch_row(result.get(), row);
         const char* bytes = db_result_get_value(nullptr, result.get(), found, column);
         const unsigned long length = db_result_field_length(result.get(), column);
-        EXPECT_TRUE(bytes == nullptr || bytes[length] == '\0');
+        EXPECT_TRUE(bytes != nullptr ? bytes[length] == '\0' : found == nullptr || length == 0);
         return bytes != nullptr ? std::string(bytes, length) : "NULL";
     }
-    std::string value(const std::string& text) { return at(query(text), 0); }
+    std::string value(const std::string& text, void* on = nullptr)
+    {
+        return at(query(text, true, on), 0);
+    }
     /// Ends a session as an administrator would, or a timeout, and waits for its end.
     void kill(const std::string& id)
     {
         run("KILL " + id);
         while (value("SELECT COUNT(*) FROM information_schema.processlist WHERE id=" + id) != "0") {
         }
-    }
-    /// Runs a text that must be refused and gives the number.
-    int refusal(const std::string& text)
-    {
-        EXPECT_NE(db_query(link.get(), text.c_str(), nullptr), 0) << text.substr(0, 200);
-        return db_error_number(link.get());
     }
     static std::string everyByte()
     {
