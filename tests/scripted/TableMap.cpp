@@ -5,6 +5,7 @@
 #include <basepp/dbg.h>
 #include <bitset>
 #include <functional>
+#include <gmock/gmock.h>
 #include <limits>
 #include <sstream>
 
@@ -29,18 +30,17 @@ TEST(TableMap, VariablesAreAssignedAndWrittenByKind)
         {"4294967298", "(2,4294967298,\"4294967298\",\"42949\")"},
         {"", "(0,0,\"\",\"\")"}};
     for (const auto& [assigned, written] : rows) {
-        std::string streamed;
+        std::ostringstream line;
+        std::string empty;
         for (const char* name : {"n", "w", "t", "b"}) {
             EXPECT_EQ(map.assign(name, assigned), 0);
             map[name]->assign(static_cast<const char*>(nullptr)); // NULL changes nothing
-            std::ostringstream os;
-            os << map[name];
-            streamed += (streamed.empty() ? "" : "\t") + os.str();
-            const bool isNumber = name == std::string("n") || name == std::string("w");
-            EXPECT_EQ(map[name]->empty(), isNumber || *assigned == '\0') << name << assigned;
+            line << (empty.empty() ? "" : "\t") << map[name];
+            empty += map[name]->empty() ? 'y' : 'n';
         }
         EXPECT_EQ(map.values(1), written);
-        EXPECT_EQ(map.valuesforfile(1), streamed + '\n');
+        EXPECT_EQ(map.valuesforfile(1), line.str() + '\n');
+        EXPECT_EQ(empty, *assigned == '\0' ? "yyyy" : "yynn"); // a number always is
     }
     EXPECT_TRUE(KYVarRef(nullptr, 0)->empty());
     std::optional<std::string> none;
@@ -72,12 +72,15 @@ TEST(TableMap, WhatAKindStreamsIsWrittenInDecimalEverywhere)
     os << std::hex << std::showbase;
     map.values(os, 1);
     map.valuesforfile(os, 1);
-    os << DBSelectRange{2000, 1000} << '|' << map["plain"] << map["n"] << '|' << 4096 << '|';
+    os << DBSelectRange{2000, 1000} << DBSelectRange{0, 10} << DBSelectRange{5, 0}
+       << DBSelectRange{-1, -1} << '|' << map["plain"] << map["n"] << '|' << 4096 << '|';
     map.dump(os);
     std::locale::global(std::locale::classic());
-    EXPECT_EQ(os.str(), "(1000,\"1000\",\"1000\",1000)1000\t1000\t1000\t1000\n"
-                        " LIMIT 1000 OFFSET 2000|40961000|0x1,000|0:n::->1000\n1:t::->1000\n"
-                        "2:b::->1000\n3:d::->1000\n4:plain::->4096\n");
+    EXPECT_EQ(
+        os.str(),
+        "(1000,\"1000\",\"1000\",1000)1000\t1000\t1000\t1000\n"
+        " LIMIT 1000 OFFSET 2000 LIMIT 10 OFFSET 5|40961000|0x1,000|0:n::->1000\n1:t::->1000\n"
+        "2:b::->1000\n3:d::->1000\n4:plain::->4096\n");
 }
 
 // What a variable with this value holds after it was assigned a text, and why not the text.
@@ -97,9 +100,7 @@ TEST(TableMap, ExactReferencesTakeTheWholeValueOrNothing)
         return value + why + " (4) at KYTable:2: column v: " + why;
     };
     expectEqual({
-        {assigned(1U, "4294967296"), misfit("(1)", "4294967296")},
         {assigned(std::optional<int>(), "-1 "), misfit("(NULL)", "-1 ")},
-        {assigned(std::optional<long>(), "-1"), "(-1)"},
         {assigned(1.5, std::string(101, 'x')), misfit("(1.5)", std::string(100, 'x'))},
         {assigned(std::bitset<9>(), "\1\2"), "(258)"},
         {assigned(std::bitset<9>(7), "\2\1"), misfit("(7)", "\2\1")},
@@ -126,7 +127,7 @@ TEST(TableMap, NullHandlesAreNeverFollowedAndDumpShowsAll)
     EXPECT_EQ(os.str(), "0:n::->1\n1:null::->no variable\n2:d::->SQL has no NaN\n");
 }
 
-TEST(TableMap, ListsAndRanges)
+TEST(TableMap, TextsAreSplitIntoLists)
 {
     const Table<const char*, bool, std::list<std::string>> rows = {
         {"a,b,,c", false, {"x", "a", "b", "", "c"}},
@@ -138,9 +139,6 @@ TEST(TableMap, ListsAndRanges)
         EXPECT_EQ(string2list(out, text, ',', skip), *text != '\0' ? pieces.size() : 0U);
         EXPECT_EQ(out, pieces);
     }
-    std::ostringstream os;
-    os << DBSelectRange{0, 10} << '|' << DBSelectRange{5, 0} << '|' << DBSelectRange{-1, -1};
-    EXPECT_EQ(os.str(), " LIMIT 10| OFFSET 5|");
 }
 
 struct User : KYDBTableSimple {
@@ -178,30 +176,29 @@ protected:
 // Every fragment runs the hook first, returned or written into a stream.
 TEST(TableMap, FragmentsHaveTheColumnsOfTheirMaskInOrder)
 {
-    const std::string update = " ON DUPLICATE KEY UPDATE ";
-    const Table<int, std::string, std::string, std::string, std::string, std::string> rows = {
-        {KYDB_FLAG_KEY, "t.id", "(4)", "id=4", update + "id=VALUES(id)", "4\n"},
-        {KYDB_FLAG_ALL, "t.id,t.name,t.seen", "(4,\"\\'\",7)", "id=4 AND name=\"\\'\" AND seen=7",
-         update + "id=VALUES(id),name=VALUES(name),seen=VALUES(seen)", "4\t\\'\t7\n"},
-        {4, "", "()", "", "", "\n"}};
-    for (const auto& [mask, keys, values, pairs, updates, line] : rows) {
-        const auto user = [] {
-            User made(nullptr);
-            made.name = "'";
-            return made;
-        };
-        EXPECT_EQ(user().sql_keys(mask, "t"), keys);
-        EXPECT_EQ(user().sql_values(mask), values);
-        EXPECT_EQ(user().sql_keyvalues(mask, " AND "), pairs);
-        EXPECT_EQ(user().sql_keyupdate(mask), updates);
-        EXPECT_EQ(user().sql_valuesforfile(mask), line);
+    const auto user = [] {
+        User made(nullptr);
+        made.name = "'";
+        return made;
+    };
+    const std::string update = " ON DUPLICATE KEY UPDATE id=VALUES(id)";
+    const Table<int, std::string> rows = {
+        {KYDB_FLAG_KEY, "t.id|(4)|id=4|" + update + "|4\n"},
+        {KYDB_FLAG_ALL, "t.id,t.name,t.seen|(4,\"\\'\",7)|id=4 AND name=\"\\'\" AND seen=7|" +
+                            update + ",name=VALUES(name),seen=VALUES(seen)|4\t\\'\t7\n"},
+        {4, "|()|||\n"}};
+    for (const auto& [mask, fragments] : rows) {
+        EXPECT_EQ(user().sql_keys(mask, "t") + '|' + user().sql_values(mask) + '|' +
+                      user().sql_keyvalues(mask, " AND ") + '|' + user().sql_keyupdate(mask) + '|' +
+                      user().sql_valuesforfile(mask),
+                  fragments);
         std::ostringstream os;
         user().sql_keys(os, mask, "t");
-        user().sql_values(os, mask);
-        user().sql_keyvalues(os, mask, " AND ");
-        user().sql_keyupdate(os, mask);
-        user().sql_valuesforfile(os, mask);
-        EXPECT_EQ(os.str(), keys + values + pairs + updates + line);
+        user().sql_values(os << '|', mask);
+        user().sql_keyvalues(os << '|', mask, " AND ");
+        user().sql_keyupdate(os << '|', mask);
+        user().sql_valuesforfile(os << '|', mask);
+        EXPECT_EQ(os.str(), fragments);
     }
     std::ostringstream os;
     User(nullptr).dump(os);
@@ -254,9 +251,6 @@ TEST(TableMap, RecordsWriteTheirStatementsAndKeepTheirLastFailure)
         EXPECT_EQ(other->sql_keyvalues(KYDB_FLAG_SAVE, ",") + user.name, "id=4,name=\"B\"A");
         EXPECT_EQ(&other->DBConnection(), &database.DBConnection());
     }
-    User unbound(nullptr);
-    EXPECT_EQ(unbound.assign("name", "C"), 0);
-    EXPECT_EQ(unbound.table_name() + unbound.name, "usersC");
 
     Users users;
     users.database = &database;
@@ -270,8 +264,6 @@ TEST(TableMap, RecordsWriteTheirStatementsAndKeepTheirLastFailure)
     client.connects = {false};
     EXPECT_EQ(database.Query("DO 1", nullptr), -1);
     EXPECT_EQ(database.get_error_message(), "");
-    EXPECT_EQ(database.Query("DO 1", nullptr), 0);
-    EXPECT_EQ(client.calls.back(), "query, no result: DO 1");
 }
 
 TEST(TableMap, RecordsPassOnOrKeepWhatIsThrown)
@@ -298,12 +290,7 @@ TEST(TableMap, RecordsPassOnOrKeepWhatIsThrown)
         {[&] { users.DBConnection(); }, none},
         {[&] { (void)users.execute(query); }, "Database (execute) not set for table:users"}};
     for (const auto& [call, message] : rows) {
-        try {
-            call();
-            ADD_FAILURE() << "nothing is thrown";
-        } catch (const std::runtime_error& e) {
-            EXPECT_EQ(e.what(), message);
-        }
+        EXPECT_THAT(call, testing::ThrowsMessage<std::runtime_error>(message));
     }
 }
 
