@@ -4,7 +4,6 @@
 #include <algorithm>
 #include <array>
 #include <fstream>
-#include <functional>
 #include <memory>
 #include <set>
 #include <sys/wait.h>
@@ -93,24 +92,24 @@ TEST(Storage, GivesMemoryBack)
         std::ifstream("/proc/self/statm") >> pages >> pages; // the second number
         return pages;
     };
-    using Where = std::function<void(const std::function<void()>&)>;
-    const Where here = [](const auto& work) { work(); };
-    const Where inThread = [](const auto& work) { std::jthread(work).join(); };
-    const Table<const char*, Where, Where> ways = {{"one thread", here, here},
-                                                   {"deleted in another", here, inThread},
-                                                   {"made in one that ended", inThread, here}};
-    for (const auto& [name, makes, deletes] : ways) {
+    const auto run = [](bool inThread, const auto& work) {
+        inThread ? std::jthread(work).join() : work();
+    };
+    // Whether a thread that ends makes the objects, and whether another one deletes them.
+    for (const auto& [makes, deletes] :
+         Table<bool, bool>{{false, false}, {false, true}, {true, false}}) {
         Objects<100> all(300'000);
         const long before = residentPages();
-        makes([&all] { all.make(); });
+        run(makes, [&all] { all.make(); });
         const long tenth = (residentPages() - before) / 10;
-        EXPECT_GT(tenth, 700) << name;
-        deletes([&all] { all.drop(0, 2); });
-        makes([&all] { all.make(0, 2); });
-        EXPECT_LT(residentPages() - before, 11 * tenth) << name << ": places are not used again";
+        EXPECT_GT(tenth, 700) << makes << deletes;
+        run(deletes, [&all] { all.drop(0, 2); });
+        run(makes, [&all] { all.make(0, 2); });
+        EXPECT_LT(residentPages() - before, 11 * tenth)
+            << makes << deletes << ": places are not used again";
         const std::array kept{std::move(all[100]), std::move(all[150'000])};
-        deletes([&all] { all.drop(); });
-        EXPECT_LT(residentPages() - before, tenth) << name;
+        run(deletes, [&all] { all.drop(); });
+        EXPECT_LT(residentPages() - before, tenth) << makes << deletes;
     }
     // A thread that ends leaves all to the others: what it deleted, and its last chunk, whatever
     // its own thread_local objects delete then.
@@ -118,7 +117,7 @@ TEST(Storage, GivesMemoryBack)
     for (int i = 0; i < 1000; ++i) {
         Objects<200> all(200);
         all.make();
-        inThread([&all] {
+        run(true, [&all] {
             static thread_local std::unique_ptr<Stored<200>> held;
             held = std::make_unique<Stored<200>>();
             all.drop();
