@@ -99,12 +99,10 @@ TEST_F(Pool, ResetReplacesTheConnectionOfTheSameId)
 
 TEST_F(Pool, AnAssignmentMovesTheLoanOrRefusesIt)
 {
-    const SocketAddress otherPort{Kestro::IPAddress("127.0.0.1"), 3307};
-    const SocketAddress otherHost{Kestro::IPAddress("127.0.0.2"), 3306};
     const Table<std::string, SocketAddress, bool, bool, bool> rows = {
         // the other pool's database and address, equal, checked, taken
-        {"one", otherPort, true, true, true},
-        {"one", otherHost, false, true, false},
+        {"one", {Kestro::IPAddress("127.0.0.1"), 3307}, true, true, true},
+        {"one", {Kestro::IPAddress("127.0.0.2"), 3306}, false, true, false},
         {"two", address, false, true, false},
         {"two", address, false, false, true}};
     for (const auto& [database, where, equal, checked, taken] : rows) {

@@ -146,8 +146,7 @@ TEST(Storage, LivesOnInAChildProcess)
             _exit(0);
         }
         int status = -1;
-        ASSERT_EQ(waitpid(child, &status, 0), child);
-        ASSERT_EQ(status, 0);
+        ASSERT_TRUE(waitpid(child, &status, 0) == child && status == 0) << status;
     }
 }
 
