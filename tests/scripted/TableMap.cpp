@@ -1,7 +1,7 @@
+#include "Item.h"
 #include "ScriptedClient.h"
 #include "Testing.h"
 
-#include <KestroTableMap>
 #include <basepp/dbg.h>
 #include <bitset>
 #include <functional>
@@ -144,104 +144,97 @@ TEST(TableMap, TextsAreSplitIntoLists)
     }
 }
 
-struct User : KYDBTableSimple {
-    int id = 4;
-    std::string name = "A";
-    int seen = 7;
-
-    explicit User(KYDBDatabase* database) { DBDatabase(database); }
-
+// An item with a column that is fetched but not saved, and one that no statement has.
+struct Viewed : Item {
+    using Item::Item;
     void dbmap_init() override
     {
         if (dbmap_size() == 0) {
-            table_name("users");
-            m_dbmap.push_back("id", id, KYDB_FLAG_KEY | KYDB_FLAG_SAVE)
-                .push_back("name", name, KYDB_FLAG_KEY | KYDB_FLAG_SAVE)
-                .push_back("seen", seen, 1)
-                .push_back("bare", seen, 0);
+            Item::dbmap_init();
+            m_dbmap.push_back("views", number, 1).push_back("bare", number, 0);
         }
     }
 };
 
-struct Users : KYDBCollectionBase {
-    void collection_init() override { table_name("users"); }
+const std::string Text = R"(it\'s \"saved\")"; // an item's, escaped
+
+struct Items : KYDBCollectionBase {
+    void collection_init() override { table_name("items"); }
 };
 
 // Every fragment runs the hook first, returned or written into a stream.
 TEST(TableMap, FragmentsHaveTheColumnsOfTheirMaskInOrder)
 {
-    const auto user = [] {
-        User made(nullptr);
-        made.name = "'";
-        return made;
-    };
+    const std::string update = " ON DUPLICATE KEY UPDATE text=VALUES(text),views=VALUES(views)";
     const Table<int, std::string> rows = {
-        {KYDB_FLAG_KEY, "t.id,t.name|(4,\"\\'\")|id=4 AND name=\"\\'\"|"
-                        " ON DUPLICATE KEY UPDATE id=VALUES(id),name=VALUES(name)|4\t\\'\n"},
+        {KYDB_FLAG_KEY | 1, "t.text,t.views|(\"" + Text + "\",0)|text=\"" + Text +
+                                "\" AND views=0|" + update + '|' + Text + "\t0\n"},
         {4, "|()|||\n"}};
     for (const auto& [mask, fragments] : rows) {
-        EXPECT_EQ(user().sql_keys(mask, "t") + '|' + user().sql_values(mask) + '|' +
-                      user().sql_keyvalues(mask, " AND ") + '|' + user().sql_keyupdate(mask) + '|' +
-                      user().sql_valuesforfile(mask),
+        EXPECT_EQ(Viewed().sql_keys(mask, "t") + '|' + Viewed().sql_values(mask) + '|' +
+                      Viewed().sql_keyvalues(mask, " AND ") + '|' + Viewed().sql_keyupdate(mask) +
+                      '|' + Viewed().sql_valuesforfile(mask),
                   fragments);
         std::ostringstream os;
-        user().sql_keys(os, mask, "t");
-        user().sql_values(os << '|', mask);
-        user().sql_keyvalues(os << '|', mask, " AND ");
-        user().sql_keyupdate(os << '|', mask);
-        user().sql_valuesforfile(os << '|', mask);
+        Viewed().sql_keys(os, mask, "t");
+        Viewed().sql_values(os << '|', mask);
+        Viewed().sql_keyvalues(os << '|', mask, " AND ");
+        Viewed().sql_keyupdate(os << '|', mask);
+        Viewed().sql_valuesforfile(os << '|', mask);
         EXPECT_EQ(os.str(), fragments);
     }
     std::ostringstream os;
-    User(nullptr).dump(os);
-    EXPECT_EQ(os.str(), "0:id::->4\n1:name::->A\n2:seen::->7\n3:bare::->7\n");
+    Viewed().dump(os);
+    EXPECT_TRUE(os.str().ends_with("3:views::->0\n4:bare::->0\n"));
 }
 
 TEST(TableMap, RecordsWriteTheirStatementsAndKeepTheirLastFailure)
 {
     client = {};
     KYDBDatabase database;
-    User user(&database);
-    EXPECT_EQ(user.get(nullptr) + user.save(false) + user.save(true) + user.remove(), 0);
+    Viewed item(&database);
+    EXPECT_EQ(item.get(nullptr) + item.save(false) + item.save(true) + item.remove(), 0);
     const std::string query = "query, no result: ";
-    const std::string where = " WHERE id=4 AND name=\"A\"";
-    const std::string insert = query + "INSERT INTO users SET id=4,name=\"A\"";
-    EXPECT_EQ(client.calls,
-              (Calls{"connect mysql", query + "SELECT id,name,seen FROM users" + where + ';',
-                     insert + ';', insert + " ON DUPLICATE KEY UPDATE id=4,name=\"A\";",
-                     query + "DELETE FROM users" + where}));
+    const std::string where = " WHERE text=\"" + Text + '"';
+    const std::string pairs = "number=0,text=\"" + Text + "\",note=\"\"";
+    const std::string insert = "INSERT INTO item SET " + pairs;
+    EXPECT_EQ(
+        client.calls,
+        (Calls{"connect mysql", query + "SELECT number,text,note,views FROM item" + where + ';',
+               query + insert + ';', query + insert + " ON DUPLICATE KEY UPDATE " + pairs + ';',
+               query + "DELETE FROM item" + where}));
     client.error = "syntax";
     testing::internal::CaptureStderr();
     for (const std::uint32_t mask : {0x80008U, 0x80000U, 8U, 0U}) {
         *basepp_dbg_mask_ = mask;
         client.statements = {false};
-        EXPECT_EQ(user.save(false), -1);
+        EXPECT_EQ(item.save(false), -1);
     }
     EXPECT_EQ(testing::internal::GetCapturedStderr(),
-              "KYDatabase:37 Query_real 0: DatabaseException (4) at Query:88: syntax : "
-              "INSERT INTO users SET id=4,name=\"A\";\n");
-    EXPECT_EQ(user.save(false), 0);
+              "KYDatabase:37 Query_real 0: DatabaseException (4) at Query:88: syntax : " + insert +
+                  ";\n");
+    EXPECT_EQ(item.save(false), 0);
     // A success does not clear them.
-    EXPECT_EQ(user.get_error_number() + database.get_error_number(), 2 * 1064);
-    EXPECT_EQ(user.get_error_message() + database.get_error_message(), "syntaxsyntax");
+    EXPECT_EQ(item.get_error_number() + database.get_error_number(), 2 * 1064);
+    EXPECT_EQ(item.get_error_message() + database.get_error_message(), "syntaxsyntax");
 
     // Copied and assigned records have the handle, and variables of their own.
-    User copy(user);
-    User assigned(nullptr);
-    assigned = user;
-    for (User* other : {&copy, &assigned}) {
+    Viewed copy(item);
+    Viewed assigned;
+    assigned = item;
+    for (Viewed* other : {&copy, &assigned}) {
         EXPECT_EQ(other->get_error_number(), 0);
-        EXPECT_EQ(other->assign("name", "B"), 0);
-        EXPECT_EQ(other->sql_keyvalues(KYDB_FLAG_SAVE, ",") + user.name, "id=4,name=\"B\"A");
+        EXPECT_EQ(other->assign("text", "B"), 0);
+        EXPECT_EQ(other->sql_keyvalues(KYDB_FLAG_KEY, ",") + item.text, "text=\"B\"it's \"saved\"");
         EXPECT_EQ(&other->DBConnection(), &database.DBConnection());
     }
 
-    Users users;
-    users.DBDatabase(&database);
-    Database::Query listing(users.DBConnection(), "DO 1");
+    Items items;
+    items.DBDatabase(&database);
+    Database::Query listing(items.DBConnection(), "DO 1");
     client.statements = {false};
-    EXPECT_EQ(users.execute(listing), -1);
-    EXPECT_EQ(users.get_error_message() + std::to_string(users.get_error_number()), "syntax1064");
+    EXPECT_EQ(items.execute(listing), -1);
+    EXPECT_EQ(items.get_error_message() + std::to_string(items.get_error_number()), "syntax1064");
 
     database.DBConnection().disconnect();
     client.connects = {false};
@@ -256,21 +249,21 @@ TEST(TableMap, RecordsPassOnOrKeepWhatIsThrown)
     } parser;
     client = {};
     KYDBDatabase database;
-    User user(&database);
-    EXPECT_THROW((void)user.get(&parser), int);
+    Viewed item(&database);
+    EXPECT_THROW((void)item.get(&parser), int);
     client.thrown = true;
-    EXPECT_EQ(user.save(false) + user.remove(), -2);
+    EXPECT_EQ(item.save(false) + item.remove(), -2);
 
     Database::Query query(database.DBConnection());
-    User homeless(nullptr);
-    Users users;
-    const std::string none = "Database (connection) not set for table:users";
+    Viewed homeless;
+    Items items;
+    const std::string none = "Database (connection) not set for table:";
     const Table<std::function<void()>, std::string> rows = {
-        {[&] { (void)homeless.get(nullptr); }, none},
-        {[&] { (void)homeless.save(true); }, none},
-        {[&] { (void)homeless.remove(); }, none},
-        {[&] { users.DBConnection(); }, none},
-        {[&] { (void)users.execute(query); }, "Database (execute) not set for table:users"}};
+        {[&] { (void)homeless.get(nullptr); }, none + "item"},
+        {[&] { (void)homeless.save(true); }, none + "item"},
+        {[&] { (void)homeless.remove(); }, none + "item"},
+        {[&] { items.DBConnection(); }, none + "items"},
+        {[&] { (void)items.execute(query); }, "Database (execute) not set for table:items"}};
     for (const auto& [call, message] : rows) {
         EXPECT_THAT(call, testing::ThrowsMessage<std::runtime_error>(message));
     }
