@@ -12,7 +12,7 @@ using namespace Kestro::Database;
 
 std::atomic<int> alive{0};
 
-// RefImpl is a virtual base twice over, and neither the first part of the object nor at its start.
+// A virtual base on two paths: RefImpl is not at the start of a Shared.
 struct Left : virtual RefImpl {
     int count() const { return m_refCount; }
 };
@@ -88,7 +88,7 @@ TEST_F(Handles, DroppedOnManyThreadsDestroyOnce)
 {
     for (int round = 0; round < 50; ++round) {
         auto copy = [handle = Ref<Shared>(new Shared)] {
-            for (int copies = 0; copies < 100; ++copies) {
+            for (int copies = 0; copies < 10'000; ++copies) {
                 (void)Ref<Shared>(handle);
             }
         };

@@ -107,7 +107,7 @@ TEST_F(Scripted, StatementsAreSentAsWrittenAndRefusalsNameThem)
     std::locale::global(std::locale::classic());
 }
 
-// Also if the parser asks for it and throws.
+// The parser asks for the text and throws.
 TEST_F(Scripted, TheTextAndBothPositionsStayThroughExecution)
 {
     Throwing parser;

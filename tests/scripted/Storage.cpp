@@ -25,7 +25,7 @@ template <std::size_t Size> struct Stored : Storage {
 
 template <std::size_t Size> struct Objects : std::vector<std::unique_ptr<Stored<Size>>> {
     using std::vector<std::unique_ptr<Stored<Size>>>::vector;
-    // Makes or deletes each step-th one from the first on.
+    // Both take each step-th place, from the first on.
     void make(std::size_t first = 0, std::size_t step = 1)
     {
         for (std::size_t i = first; i < this->size(); i += step) {
