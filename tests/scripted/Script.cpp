@@ -153,12 +153,12 @@ TEST_F(Scripts, AreSentInStringsWhoseFailuresNameTheirStatement)
     const std::string shown = "\xc3\xa9" + std::string(199, 'x'); // 200 characters
     const Table<std::string, std::string> rows = {
         {shown + 'x', "syntax : " + shown + " ..."},
-        {{"b\0;c", 5},
+        {"b\0;c"s,
          "a NUL byte, which would end the statement; is the script in UTF-16? : b"s + '\0'}};
     for (const auto& [text, told] : rows) {
         client.statements = {true, false};
-        EXPECT_EQ(failureOf([&] { Script(write(text), connection).execute(); }),
-                  place + "1: " + told);
+        Script failing(write(text), connection);
+        EXPECT_EQ(failureOf([&] { failing.execute(); }), place + "1: " + told);
     }
 }
 
