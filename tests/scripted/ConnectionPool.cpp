@@ -3,10 +3,11 @@
 
 #include <Kestro/Database/ConnectionPool.h>
 #include <functional>
-#include <memory>
+#include <optional>
 
 using Kestro::SocketAddress;
 using namespace Kestro::Database;
+using Lock = ConnectionPool::Lock;
 
 namespace {
 
@@ -25,25 +26,18 @@ protected:
     }
     ~Pool() override { EXPECT_EQ(client.open, 0) << "connections left open"; }
 
-    using Held = std::unique_ptr<ConnectionPool::Lock>;
-    static Held hold(ConnectionPool& pool)
-    {
-        auto held = std::make_unique<ConnectionPool::Lock>(pool, false);
-        *held = pool.getConnection(false);
-        return held;
-    }
     // 0 for an empty loan.
-    static int lentId(const ConnectionPool::Lock& lock) { return lock ? lock.ref()->id() : 0; }
+    static int lentId(const Lock& lock) { return lock ? lock.ref()->id() : 0; }
 };
 
 TEST_F(Pool, AWaitingCallerLooksTwentyTimes)
 {
     ConnectionPool pool("one", "", "", address, 1);
-    Held holder = hold(pool);
-    EXPECT_EQ(&holder->connection(), &holder->ref()->connection());
+    std::optional<Lock> holder(std::in_place, pool, false);
+    *holder = pool.getConnection(false);
     EXPECT_EQ(lentId(pool.getConnection(false)), 0);
     EXPECT_EQ(pauses, 0);
-    ConnectionPool::Lock none(pool, true);
+    Lock none(pool, true);
     none = pool.getConnection(true);
     EXPECT_EQ(pauses, 20);
     EXPECT_EQ(failureOf([&] { none.connection(); }),
@@ -62,8 +56,7 @@ TEST_F(Pool, OpensTwentyFiveAtMostAndAllOrNone)
 {
     ConnectionPool pool("one", "", "", address, 30);
     EXPECT_EQ(pool.size(), 25U);
-    const ConnectionPool::Lock grown = pool.growPool();
-    EXPECT_EQ(lentId(grown), 26);
+    EXPECT_EQ(lentId(pool.growPool()), 26);
     EXPECT_EQ(pool.size(), 26U);
 
     client.calls.clear();
@@ -80,18 +73,16 @@ TEST_F(Pool, ResetReplacesTheConnectionOfTheSameId)
 {
     ConnectionPool pool("one", "", "", address, 2);
     {
-        const Held first = hold(pool);
-        Held second = hold(pool);
-        RefConnection replaced = second->ref();
-        RefConnection renewed = pool.reset(replaced);
-        EXPECT_EQ(renewed->id(), 3);
-        EXPECT_FALSE(pool.reset(replaced));
-        EXPECT_EQ(pool.size(), 2U);
-        second.reset(); // the loan of 2, which is not in the pool any more
-        EXPECT_EQ(lentId(pool.getConnection(false)), 0);
+        const Lock first = pool.getConnection(false);
+        RefConnection renewed;
         {
-            const ConnectionPool::Lock loan(renewed, pool, false);
-        }
+            const Lock second = pool.getConnection(false);
+            RefConnection replaced = second.ref();
+            renewed = pool.reset(replaced);
+            EXPECT_FALSE(pool.reset(replaced));
+        } // the loan of a connection that is not in the pool any more
+        EXPECT_EQ(lentId(pool.getConnection(false)), 0);
+        (void)Lock(renewed, pool, false);
         EXPECT_EQ(lentId(pool.getConnection(false)), 3);
 
         client.connects = {false, false};
@@ -108,12 +99,10 @@ TEST_F(Pool, ResetReplacesTheConnectionOfTheSameId)
 
 TEST_F(Pool, AnAssignmentMovesTheLoanOrRefusesIt)
 {
-    const SocketAddress otherPort{Kestro::IPAddress("127.0.0.1"), 3307};
-    const SocketAddress otherHost{Kestro::IPAddress("127.0.0.2"), 3306};
     const Table<std::string, SocketAddress, bool, bool, bool> rows = {
         // the other pool's database and address, equal, checked, taken
-        {"one", otherPort, true, true, true},
-        {"one", otherHost, false, true, false},
+        {"one", {Kestro::IPAddress("127.0.0.1"), 3307}, true, true, true},
+        {"one", {Kestro::IPAddress("127.0.0.2"), 3306}, false, true, false},
         {"two", address, false, true, false},
         {"two", address, false, false, true}};
     for (const auto& [database, where, equal, checked, taken] : rows) {
@@ -121,8 +110,8 @@ TEST_F(Pool, AnAssignmentMovesTheLoanOrRefusesIt)
         ConnectionPool other(database, "", "", where, 1);
         EXPECT_EQ(pool == other, equal) << database;
         {
-            ConnectionPool::Lock target(pool, checked);
-            ConnectionPool::Lock source = other.getConnection(false);
+            Lock target(pool, checked);
+            Lock source = other.getConnection(false);
             target = source;
             EXPECT_FALSE(source);
             EXPECT_EQ(lentId(target), taken ? 1 : 0) << database;
@@ -137,7 +126,6 @@ TEST_F(Pool, AnAssignmentMovesTheLoanOrRefusesIt)
 // The pause of a caller who waits, in the place of the platform's.
 void Kestro::ks_usleep(unsigned microseconds, unsigned seconds)
 {
-    EXPECT_EQ(microseconds, 100'000U);
-    EXPECT_EQ(seconds, 0U);
+    EXPECT_TRUE(microseconds == 100'000 && seconds == 0);
     inPause();
 }

@@ -12,54 +12,51 @@ using namespace Kestro::Database;
 
 std::atomic<int> alive{0};
 
-// RefImpl is a virtual base twice over, and neither the first part of the object nor at its start.
+// A virtual base on two paths: RefImpl is not at the start of a Shared.
 struct Left : virtual RefImpl {
-    int left = 1;
     int count() const { return m_refCount; }
 };
-struct Right : virtual RefImpl {
-    int right = 2;
-};
+struct Right : virtual RefImpl {};
 struct Shared : Left, Right {
     Ref<Shared> next;
     Shared() { ++alive; }
     ~Shared() override { --alive; }
 };
 
-TEST(Handles, ShareAndTheLastOneDestroys)
+struct Handles : testing::Test {
+    ~Handles() override { EXPECT_EQ(alive, 0) << "not destroyed"; }
+};
+
+TEST_F(Handles, ShareAndTheLastOneDestroys)
 {
-    {
-        Ref<Shared> first(new Shared);
-        Ref<Shared> second(first);
-        second = *&second; // itself
-        EXPECT_EQ(second->count(), 2);
-        EXPECT_EQ(Left(*second).count(), 1); // a copy is a new object
-        Ref<Shared> other(new Shared);
-        other = first;
-        EXPECT_EQ(alive, 1);
-        const Ref<Shared> moved(std::move(second));
-        EXPECT_EQ(moved->count(), 3);
-        other = first = Ref<Shared>();
-        EXPECT_FALSE(other);
-        EXPECT_EQ(moved->count(), 1);
-        // A handle may belong to the object that it replaces.
-        Ref<Shared> head(new Shared);
-        head->next = Ref<Shared>(new Shared);
-        head = head->next;
-        EXPECT_EQ(alive, 2);
-        head->next = Ref<Shared>(new Shared);
-        head = std::move(head->next);
-        EXPECT_EQ(alive, 2);
-    }
-    EXPECT_EQ(alive, 0);
+    Ref<Shared> first(new Shared);
+    Ref<Shared> second(first);
+    second = *&second; // itself
+    EXPECT_EQ(second->count(), 2);
+    EXPECT_EQ(Left(*second).count(), 1); // a copy is a new object
+    Ref<Shared> other(new Shared);
+    other = first;
+    EXPECT_EQ(alive, 1);
+    const Ref<Shared> moved(std::move(second));
+    EXPECT_EQ(moved->count(), 3);
+    other = first = Ref<Shared>();
+    EXPECT_FALSE(other);
+    EXPECT_EQ(moved->count(), 1);
+    // A handle may belong to the object that it replaces.
+    Ref<Shared> head(new Shared);
+    head->next = Ref<Shared>(new Shared);
+    head = head->next;
+    EXPECT_EQ(alive, 2);
+    head->next = Ref<Shared>(new Shared);
+    head = std::move(head->next);
+    EXPECT_EQ(alive, 2);
 }
 
-TEST(Handles, OwnABlockEach)
+TEST_F(Handles, OwnABlockEach)
 {
     auto* first = new RefCounted<Shared>;
     RefCounted<Shared>* second = nullptr;
     RefCountedImplCopy(second, first);
-    EXPECT_NE(first, second);
     EXPECT_TRUE(*first == *second);
     RefCountedImplCopy(second, first); // the old block of the same object goes first
     RefCountedImplCopy<Shared>(second, second);
@@ -70,57 +67,51 @@ TEST(Handles, OwnABlockEach)
     RefCountedImplCopy<Shared>(second, nullptr);
     EXPECT_EQ(second, nullptr);
     delete first;
-    EXPECT_EQ(alive, 0);
 }
 
-TEST(Handles, WithoutObjectThrow)
+TEST_F(Handles, WithoutObjectThrow)
 {
     Ref<Shared> empty;
-    const std::string place = " (1) at include2/KestroRefcounted:";
-    EXPECT_EQ(failureOf([&] { (void)empty->left; }), "operator->" + place + "359");
-    EXPECT_EQ(failureOf([&] { (void)*empty; }), "operator*" + place + "377");
-    EXPECT_EQ(failureOf([empty] { (void)*empty; }), "operator*" + place + "386");
     struct Refused : RefImpl {
         static void* operator new(std::size_t /*size*/) noexcept { return nullptr; }
         static void operator delete(void* /*object*/) {}
     };
-    EXPECT_EQ(failureOf([] { RefCounted<Refused> block; }),
-              "RefCounted constructor for RefImpl failed. (4)");
+    const std::string place = " (1) at include2/KestroRefcounted:";
+    expectEqual({{failureOf([&] { (void)empty->next; }), "operator->" + place + "359"},
+                 {failureOf([&] { (void)*empty; }), "operator*" + place + "377"},
+                 {failureOf([empty] { (void)*empty; }), "operator*" + place + "386"},
+                 {failureOf([] { RefCounted<Refused> block; }),
+                  "RefCounted constructor for RefImpl failed. (4)"}});
 }
 
-TEST(Handles, DroppedOnManyThreadsDestroyOnce)
+TEST_F(Handles, DroppedOnManyThreadsDestroyOnce)
 {
     for (int round = 0; round < 50; ++round) {
-        Ref<Shared> original(new Shared);
-        const auto use = [](Ref<Shared> handle) {
-            for (int copies = 0; copies < 100; ++copies) {
-                EXPECT_EQ(Ref<Shared>(handle)->left + handle->right, 3);
+        auto copy = [handle = Ref<Shared>(new Shared)] {
+            for (int copies = 0; copies < 10'000; ++copies) {
+                (void)Ref<Shared>(handle);
             }
         };
-        std::jthread threads[] = {std::jthread(use, original), std::jthread(use, original),
-                                  std::jthread(use, original)};
-        original = Ref<Shared>();
+        const std::jthread threads[] = {std::jthread(copy), std::jthread(copy),
+                                        std::jthread(std::move(copy))};
     }
-    EXPECT_EQ(alive, 0);
 }
 
-TEST(Handles, RowsLiveAsLongAsAContainerOrAHandle)
+TEST_F(Handles, RowsLiveAsLongAsAContainerOrAHandle)
 {
     struct Row : NoopRowImpl, Shared {};
-    Ref<RowImpl> row(new Row);
+    const Ref<RowImpl> row(new Row);
+    RowContainer container;
     {
-        RowContainer container;
         RowContainer assigned;
         assigned = RowContainer(container);
         assigned.add(row);
         assigned = *&assigned;
-        EXPECT_EQ(&*container.rows().front(), &*row);
-        container = RowContainer();
-        EXPECT_TRUE(container.rows().empty());
     }
+    EXPECT_EQ(&*container.rows().front(), &*row);
+    container = RowContainer();
+    EXPECT_TRUE(container.rows().empty());
     EXPECT_EQ(alive, 1);
-    row = Ref<RowImpl>();
-    EXPECT_EQ(alive, 0);
 }
 
 struct OtherName : TableName {
@@ -140,7 +131,6 @@ TEST(TableNames, BothFormsFollowFromEitherAndTheFullOneCompares)
     }
     name.parse("x_b", true);
     EXPECT_EQ(name.name(), "b");
-    EXPECT_EQ(TableName("ky_b", true).name(), "b");
     EXPECT_TRUE(name != TableName("b", false) && TableName("b", false) < name);
     EXPECT_TRUE(name == TableName("x_b", true) && !(name < TableName("x_b", true)));
 }

@@ -12,12 +12,12 @@ struct ScriptedClient {
     std::vector<std::string> calls;
     std::deque<bool> connects;   ///< whether the next connects succeed; afterwards all do
     std::deque<bool> statements; ///< the same for statements
-    const char* error = "";      ///< why they do not
-    int errorNumber = 1064;      ///< its number
-    bool results = false;        ///< whether statements make a result, refused ones too
+    const char* error = "";      ///< the message of a failure
+    int errorNumber = 1064;      ///< the number of a failure
+    bool results = false;        ///< whether statements make a result, even if they fail
     bool thrown = false;         ///< whether statements throw
-    int answers = 0;             ///< before a statement that fails
+    int answers = 0;             ///< how many statements of a text have run when it fails
     int open = 0;                ///< links and results that were handed out and not taken back
-    long now = 1000;             ///< what time() tells; sleep() adds to it
+    long now = 1000;             ///< what time() returns; sleep() adds to it
 };
 extern ScriptedClient client;
