@@ -152,7 +152,7 @@ TEST_F(Records, RefuseWhatDoesNotFitAndSayWhy)
 
 TEST_F(Records, HandleSelectsReopensAndLetsParsersQuery)
 {
-    // Asks the handle for its database, and runs another statement while it reads the answer.
+    // Asks the handle for its database, and runs two more statements while it reads the answer.
     struct Current : Database::RowImpl {
         KYDBDatabase& handle;
         std::string name;
@@ -164,7 +164,7 @@ TEST_F(Records, HandleSelectsReopensAndLetsParsersQuery)
         bool parse(void* connection, void* result, void* row) override
         {
             name = column<std::string>(connection, result, row, 0);
-            EXPECT_EQ(handle.Query("DO 1", nullptr), 0);
+            EXPECT_EQ(handle.Query("DO 1; DO 2", nullptr), 0);
             // Another thread reads the last failure without waiting for this statement.
             std::jthread([this] { name += handle.get_error_message(); }).join();
             return true;

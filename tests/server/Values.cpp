@@ -73,6 +73,7 @@ TEST_F(Values, WhatDoesNotFitIsRefusedByName)
     const std::string no = column + "no value of the type that is read: \"";
     expectEqual(
         {{read(std::int8_t{}, "128"), no + "128\""},
+         {read(0, "'12 '"), no + "12 \""},
          {read(0.0, "'nan'"), no + "nan\""},
          {read(0.0F, "1e39"), no + "1e39\""},
          {read(true, "2"), no + "2\""},
