@@ -168,8 +168,7 @@ void list(std::string_view input)
 {
     const char separator = input.empty() ? ',' : input.front();
     std::list<std::string> pieces;
-    const int count = string2list(pieces, std::string(input), separator, false);
-    check(static_cast<std::size_t>(count) == pieces.size());
+    string2list(pieces, std::string(input), separator, false);
     std::string joined;
     for (const std::string& piece : pieces) {
         joined += piece + separator;
@@ -247,13 +246,9 @@ void value(std::string_view input)
     int low = 0;
     std::string bytes;
     char buffer[9];
-    KYDBKeyVarMap map;
-    map.push_back("number", number, KYDB_FLAG_SAVE)
-        .push_back("low", low, KYDB_FLAG_SAVE)
-        .push_back("bytes", bytes, KYDB_FLAG_SAVE)
-        .push_back("buffer", buffer, sizeof buffer, KYDB_FLAG_SAVE);
-    for (const char* name : {"number", "low", "bytes", "buffer"}) {
-        check(map.assign(name, text) == 0);
+    for (const KYVarRef& variable :
+         {KYVarRef(number), KYVarRef(low), KYVarRef(bytes), KYVarRef(buffer, sizeof buffer)}) {
+        variable->assign(text);
     }
     check(low == static_cast<int>(number) && bytes == text);
     check(std::string_view(buffer) == std::string_view(text.c_str()).substr(0, sizeof buffer - 1));

@@ -9,7 +9,6 @@
 #include <limits>
 #include <optional>
 #include <thread>
-#include <unistd.h>
 
 namespace {
 
@@ -30,9 +29,8 @@ protected:
 TEST_F(Records, ValuesNeverLeaveTheirLiterals)
 {
     run("INSERT INTO item (text) VALUES (\"another\")");
-    const std::string bytes = everyByte().substr(1);
     for (const std::string& text :
-         {std::string(), std::string("\\N"), bytes, bytes + everyByte(), std::string(600, '"')}) {
+         {std::string(), everyByte().substr(1) + everyByte(), std::string(600, '"')}) {
         Item item(&handle);
         item.number = static_cast<long>(text.size());
         item.text = text;
@@ -114,10 +112,8 @@ TEST_F(Records, WithExactReferencesComeBackAsTheyWere)
         EXPECT_EQ(found.get(&parser), 0) << found.get_error_message();
         EXPECT_EQ(found.sql_values(KYDB_FLAG_ALL), record.sql_values(KYDB_FLAG_ALL));
     }
-    const std::string path = TempDir() + "kestro_exact." + std::to_string(getpid());
-    std::ofstream(path) << written;
-    Database::QueryLoadData(handle.DBConnection(), database, "exact", path);
-    unlink(path.c_str());
+    std::ofstream(directory + "/exact.txt") << written;
+    Database::QueryLoadData(handle.DBConnection(), database, "exact", directory + "/exact.txt");
     std::string loaded;
     for (Exact& record : fetchAll<Exact>(handle, "TRUE ORDER BY id")) {
         loaded += record.sql_valuesforfile(KYDB_FLAG_ALL);
@@ -146,8 +142,8 @@ TEST_F(Records, RefuseWhatDoesNotFitAndSayWhy)
     EXPECT_EQ(record.save(false) + record.get(&parser) + record.remove(), -3);
     EXPECT_EQ(record.get_error_number(), 2000);
     EXPECT_EQ(record.get_error_message(), "column part: SQL has no NaN");
-    EXPECT_EQ(record.assign("count", "-1"), -1);
-    EXPECT_EQ(record.get_error_message(), misfit);
+    EXPECT_EQ(record.assign("count", std::string(101, 'x')), -1);
+    EXPECT_THAT(record.get_error_message(), HasSubstr('"' + std::string(100, 'x') + '"'));
 }
 
 TEST_F(Records, HandleSelectsReopensAndLetsParsersQuery)

@@ -1,6 +1,7 @@
 #include "Item.h"
 #include "ServerTest.h"
 
+#include <bitset>
 #include <cmath>
 #include <fstream>
 #include <gmock/gmock.h>
@@ -43,6 +44,7 @@ TEST_F(Values, ComeBackAsTheyWereWritten)
     expectBack(connection, "BIGINT UNSIGNED", std::numeric_limits<std::uint64_t>::max());
     expectBack(connection, "BIT(1)", true);
     expectBack(connection, "BOOL", false);
+    expectBack(connection, "BIT(9)", std::bitset<9>(258));
     expectBack(connection, "LONGBLOB", everyByte() + std::string(70'000, '"'));
     expectBack(connection, "TEXT", std::optional<std::string>());
     expectBack(connection, "DATE", 2024y / February / 29);
@@ -77,6 +79,7 @@ TEST_F(Values, WhatDoesNotFitIsRefusedByName)
          {read(0.0, "'nan'"), no + "nan\""},
          {read(0.0F, "1e39"), no + "1e39\""},
          {read(true, "2"), no + "2\""},
+         {read(std::bitset<9>(), "x'0201'"), no + "\2\1\""},
          {read(std::optional<int>(), "REPEAT('9',100)"), no + std::string(100, '9') + '"'},
          {read(std::optional<int>(), "REPEAT('9',101)"), no + std::string(100, '9') + "\"..."},
          {read(sys_seconds(), "'2024-01-01 24:00:00'"), no + "2024-01-01 24:00:00\""},
@@ -162,12 +165,12 @@ TEST_F(Values, RefusalsTellTheirNumber)
 
 TEST_F(Values, AScriptInItsOwnSessionLeavesThisOne)
 {
-    const std::string path = testing::TempDir() + "session.sql";
-    std::ofstream(path) << "CREATE TABLE t (v INT);\nSET autocommit=0, foreign_key_checks=0;\n"
-                           "INSERT INTO t VALUES (1);\nCOMMIT;\nUSE mysql;\n";
+    std::ofstream(directory + "/session.sql")
+        << "CREATE TABLE t (v INT);\nSET autocommit=0, foreign_key_checks=0;\n"
+           "INSERT INTO t VALUES (1);\nCOMMIT;\nUSE mysql;\n";
     Connection other("");
     other.execute("USE " + database);
-    QueryFile(other, path).executeInOwnSession();
+    QueryFile(other, directory + "/session.sql").executeInOwnSession();
     EXPECT_EQ(scalar<int>(other, "SELECT v+@@autocommit+@@foreign_key_checks FROM t"), 3);
 }
 

@@ -4,6 +4,7 @@
 
 #include <Kestro/Database/Connection.h>
 #include <db_client.h>
+#include <filesystem>
 #include <memory>
 #include <numeric>
 
@@ -18,25 +19,23 @@ template <class Call> Kestro::Database::DatabaseException exceptionOf(const Call
     return Kestro::Database::DatabaseException();
 }
 
-/// Tests against the server whose socket MYSQL_UNIX_PORT names. Every test has a database of its
-/// own, named after it, and an open link on it.
+/// Tests against the private server whose socket MYSQL_UNIX_PORT names. Every test has a database
+/// of its own, named after it, and an open link on it.
 class ServerTest : public testing::Test {
 protected:
     using Handle = std::unique_ptr<void, void (*)(void*)>;
 
     const std::string database =
         std::string("t_") + testing::UnitTest::GetInstance()->current_test_info()->name();
+    /// Goes with the server.
+    const std::string directory =
+        std::filesystem::path(environment("MYSQL_UNIX_PORT")).parent_path();
     Handle link{db_connect_unix(""), db_disconnect};
 
     ServerTest()
     {
-        run("CREATE DATABASE " + database);
+        run("CREATE OR REPLACE DATABASE " + database);
         reopen();
-    }
-    ~ServerTest() override
-    {
-        reopen();
-        run("DROP DATABASE " + database);
     }
 
     void reopen()
