@@ -113,19 +113,20 @@ TEST_F(Scripts, AreSentInStringsWhoseFailuresNameTheirStatement)
     client.calls.clear();
     const std::string query = "query, no result: ";
     // Several answers, other quotation marks, or a comment for other servers end a string.
-    Script script(write("USE a;insert 1;CALL p();SET @a=1;SET sql_mode='';/*!40101 SET x */;"
+    Script script(write("USE a -- x\n;insert 1;CALL p();SET @a=1;SET sql_mode='';/*!40101 SET x */;"
                         "/*!80000 SET x */;set STATEMENT a=1 FOR CALL p();CREATE TRIGGER a BEGIN;"
                         "DO 2;\nDELIMITER //\nCREATE b;c//DO 3//"),
                   connection);
     script.execute();
     EXPECT_EQ(script.statements(), 12U);
     EXPECT_EQ(script.position(), "in/main: end");
-    EXPECT_EQ(client.calls,
-              (Calls{"query SELECT @@max_allowed_packet LIMIT 1",
-                     query + "USE a;\ninsert 1;\nCALL p()", query + "SET @a=1;\nSET sql_mode=''",
-                     query + "/*!40101 SET x */;\n/*!80000 SET x */",
-                     query + "set STATEMENT a=1 FOR CALL p()", query + "CREATE TRIGGER a BEGIN",
-                     query + "DO 2;\nCREATE b;c", query + "DO 3"}));
+    EXPECT_EQ(
+        client.calls,
+        (Calls{"query SELECT @@max_allowed_packet LIMIT 1",
+               query + "USE a -- x\n;\ninsert 1;\nCALL p()", query + "SET @a=1;\nSET sql_mode=''",
+               query + "/*!40101 SET x */;\n/*!80000 SET x */",
+               query + "set STATEMENT a=1 FOR CALL p()", query + "CREATE TRIGGER a BEGIN",
+               query + "DO 2;\nCREATE b;c", query + "DO 3"}));
 
     const std::string inDoubt = " (it may have run, and so may the statements up to in/main:3)";
     const Table<int, int, Calls, std::string> failures = {

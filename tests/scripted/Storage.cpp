@@ -49,34 +49,29 @@ template <std::size_t Size> struct Objects : std::vector<std::unique_ptr<Stored<
 };
 
 // Objects keep their bytes whichever thread makes and deletes them.
-template <std::size_t Size> void passBetweenThreads()
+TEST(Storage, PassesObjectsBetweenThreads)
 {
-    for (int round = 0; round < 3; ++round) {
-        Objects<Size> all(10'000); // several chunks
+    const auto pass = []<std::size_t Size>(Objects<Size> all, Objects<Size> few) {
         {
             const std::jthread other([&all] { all.make(0, 2); });
             all.make(1, 2);
         }
         all.expectIntact();
-        // Threads delete at once, each in all chunks, while this one uses its own.
+        // Two threads delete in all chunks at once, while this one uses its own.
         const std::jthread even([&all] { all.drop(0, 2); });
         const std::jthread odd([&all] { all.drop(1, 2); });
-        Objects<Size> few(20); // in the chunk that this thread holds, beside what they delete
         for (int again = 0; again < 1000; ++again) {
-            few.make();
             few.drop();
+            few.make();
         }
-        few.make();
         few.expectIntact();
+    };
+    for (int round = 0; round < 3; ++round) { // 10'000 take several chunks
+        pass(Objects<1>(10'000), Objects<1>(20));
+        pass(Objects<40>(10'000), Objects<40>(20));
+        pass(Objects<256>(10'000), Objects<256>(20));
+        pass(Objects<257>(10'000), Objects<257>(20));
     }
-}
-
-TEST(Storage, PassesObjectsBetweenThreads)
-{
-    passBetweenThreads<1>();
-    passBetweenThreads<40>();
-    passBetweenThreads<256>();
-    passBetweenThreads<257>();
 }
 
 // What many objects took goes back, whoever deletes them and though a few of them stay.
