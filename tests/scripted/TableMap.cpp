@@ -24,7 +24,8 @@ TEST(TableMap, VariablesAreAssignedAndWrittenByKind)
     map.push_back("b", buffer, sizeof buffer, 1);
     const Table<const char*, const char*> rows = {
         {" -7 apples", "(-7,-7,\" -7 apples\",\" -7 a\")"}, // the buffer keeps room for its NUL
-        {"\"'", "(0,0,\"\\\"\\'\",\"\\\"\\'\")"},
+        {"'\"\\\t\n\r\x1a before a block of clean bytes",
+         "(0,0,\"\\'\\\"\\\\\\t\\n\\r\\Z before a block of clean bytes\",\"\\'\\\"\\\\\\t\\n\")"},
         {"0x1F", "(0,0,\"0x1F\",\"0x1F\")"},
         {"4294967298", "(2,4294967298,\"4294967298\",\"42949\")"},
         {"", "(0,0,\"\",\"\")"}};
