@@ -84,10 +84,19 @@ TEST_F(Database, RowsReachEveryParserInBothModes)
     }
 }
 
-// A link that is lost after any byte of an answer is a failure, however the rows are read.
+// A connection that is lost after any byte of an answer is a failure, however the rows are read,
+// and so is a malformed row.
 TEST_F(Database, AnAnswerThatBreaksOffIsNeverAShortResult)
 {
     Proxy proxy;
+    proxy.edit = [](bool /*fromServer*/, std::string& bytes) {
+        // Values of 5 and of 300 bytes become longer than their rows.
+        for (const char* value : {"\5short", "\x2c\1long"}) {
+            if (const std::size_t length = bytes.find(value); length != std::string::npos) {
+                ++bytes[length];
+            }
+        }
+    };
     connection.dbSelect(database);
     connection.enableMultipleStatementsPerQuery();
     Reader reader;
@@ -109,6 +118,10 @@ TEST_F(Database, AnAnswerThatBreaksOffIsNeverAShortResult)
                         << text << " after " << cut << ": " << failure;
                     EXPECT_TRUE(cut >= 0 || parser == &every || reader.all == "a b ");
                     size = cut < 0 ? -1 - proxy.left : size;
+                }
+                for (const char* wrong : {"SELECT 'short' AS a", "SELECT REPEAT('long', 75)"}) {
+                    EXPECT_NE(failureOf([&] { execute(wrong, parser, store); }), "") << wrong;
+                    EXPECT_EQ(connection.errorNumber(), 2027);
                 }
             }
         }
