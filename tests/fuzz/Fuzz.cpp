@@ -265,7 +265,6 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t siz
         {"answer", answer},       {"escape", escape}, {"identifiers", identifiers},
         {"list", list},           {"script", script}, {"script_reader", scriptReader},
         {"statement", statement}, {"value", value},   {"table_name", tableName}};
-    static const auto run = targets.at(std::getenv("FUZZ_TARGET"));
-    run({reinterpret_cast<const char*>(data), size});
+    targets.at(std::getenv("FUZZ_TARGET"))({reinterpret_cast<const char*>(data), size});
     return 0;
 }

@@ -87,7 +87,6 @@ TEST_F(Scripts, AreCutAsTheServersClientCutsThem)
         {"source loop;c", "<1:a><1!source loop: in/main is being read already><1:b><1:c>"},
         {"a;\nb\n`c;\n", "<1:a><3!unterminated text in quotation marks>"},
         {"a;\n/* c;", "<1:a><2!unterminated comment>"},
-        {"a\n/* c;", "<2!unterminated comment>"},
         {"\n\n/*! c;", "<3!unterminated comment>"},
         {"DELIMITER //\na;\n", "<2!unterminated statement: the delimiter is //>"},
         {"DELIMITER \\\\\nDELIMITER  \na", "<1!DELIMITER with a backslash><2!DELIMITER without a "

@@ -180,9 +180,7 @@ TEST_F(Results, StatementsCountRowsAndKeepTheLastId)
 
 TEST_F(Results, NullIsAllowedEverywhere)
 {
-    void* result = &result;
-    EXPECT_NE(db_query(nullptr, "DO 1", &result), 0);
-    EXPECT_EQ(result, nullptr);
+    EXPECT_NE(db_query(nullptr, "DO 1", nullptr), 0);
     EXPECT_EQ(db_error_number(nullptr), 2006);
     db_disconnect(nullptr);
     db_free_result(nullptr);
