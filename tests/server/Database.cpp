@@ -116,6 +116,7 @@ TEST_F(Database, AnAnswerThatBreaksOffIsNeverAShortResult)
                     const std::string failure = failureOf([&] { execute(text, parser, store); });
                     EXPECT_EQ(failure.empty() ? 0 : connection.errorNumber(), cut < 0 ? 0 : 2013)
                         << text << " after " << cut << ": " << failure;
+                    EXPECT_EQ(failure.find("Lost connection") == std::string::npos, cut < 0);
                     EXPECT_TRUE(cut >= 0 || parser == &every || reader.all == "a b ");
                     size = cut < 0 ? -1 - proxy.left : size;
                 }
