@@ -1,6 +1,5 @@
 #include "Measure.h"
 
-#include "Chart.h"
 #include "Machine.h"
 
 #include <algorithm>
@@ -32,11 +31,6 @@ struct Sample {
 struct Line {
     std::string way;
     double median, best, cpu, peak;
-};
-
-struct Table {
-    std::string title;
-    std::vector<Line> lines;
 };
 
 [[noreturn]] void runInChild(const Way& way, int size, int pipe)
@@ -94,20 +88,18 @@ public:
             }
         }
         for (std::size_t way = 0; way < all.size(); ++way) {
-            m_table.lines.push_back({scenario.ways[way].name, median(all[way], &Sample::wall),
-                                     std::ranges::min(all[way], {}, &Sample::wall).wall,
-                                     median(all[way], &Sample::cpu),
-                                     median(all[way], &Sample::peak)});
+            m_lines.push_back({scenario.ways[way].name, median(all[way], &Sample::wall),
+                               std::ranges::min(all[way], {}, &Sample::wall).wall,
+                               median(all[way], &Sample::cpu), median(all[way], &Sample::peak)});
         }
-        m_table.title = scenario.title;
     }
 
     void print() const
     {
-        std::printf("\n%s\n%-10s %9s %6s %9s %6s %9s %6s %9s\n", m_table.title.c_str(), "way",
+        std::printf("\n%s\n%-10s %9s %6s %9s %6s %9s %6s %9s\n", m_scenario.title.c_str(), "way",
                     "median ms", "x", "best ms", "x", "CPU ms", "x", "peak MiB");
-        const Line& first = m_table.lines.front();
-        for (const Line& line : m_table.lines) {
+        const Line& first = m_lines.front();
+        for (const Line& line : m_lines) {
             std::printf("%-10s %9.0f %6.2f %9.0f %6.2f %9.0f %6.2f %9.1f\n", line.way.c_str(),
                         line.median, line.median / first.median, line.best, line.best / first.best,
                         line.cpu, line.cpu / first.cpu, line.peak);
@@ -116,8 +108,6 @@ public:
                     " the processors, %d count in spite of it; others took %.1f %% at the median\n",
                     m_runs, m_repeated, Disturbance * 100, m_disturbed, medianForeign() * 100);
     }
-
-    const Table& table() const { return m_table; }
 
 private:
     Sample undisturbed(const Way& way)
@@ -166,7 +156,7 @@ private:
     }
 
     const Scenario& m_scenario;
-    Table m_table;
+    std::vector<Line> m_lines;
     std::optional<std::uint64_t> m_checksum;
     std::vector<double> m_foreign; // of the runs that count
     int m_runs = 0;
@@ -174,26 +164,13 @@ private:
     int m_disturbed = 0;
 };
 
-Chart chartOf(const Table& table)
+void compare(const std::vector<Scenario>& scenarios, int rounds)
 {
-    Chart chart{table.title, {}, "ms"};
-    for (const Line& line : table.lines) {
-        chart.bars.push_back({line.way, line.median});
-    }
-    return chart;
-}
-
-void compare(const std::vector<Scenario>& scenarios, int rounds, const std::string& chartFile)
-{
-    std::vector<Chart> charts;
     for (const Scenario& scenario : scenarios) {
         const std::optional<OneProcessor> pinned =
             scenario.oneProcessor ? std::optional<OneProcessor>(std::in_place) : std::nullopt;
-        const Comparison comparison(scenario, rounds);
-        comparison.print();
-        charts.push_back(chartOf(comparison.table()));
+        Comparison(scenario, rounds).print();
     }
-    draw(charts, chartFile);
 }
 
 void profile(const std::vector<Scenario>& scenarios, const std::string& name, int size)
@@ -217,13 +194,10 @@ void profile(const std::vector<Scenario>& scenarios, const std::string& name, in
 
 int run(int argc, char** argv, const std::vector<Scenario>& scenarios)
 try {
-    std::vector<std::string> arguments(argv + 1, argv + argc);
-    const std::string chartFile = takeChartFile(arguments);
-    if (arguments.size() == 2) {
-        profile(scenarios, arguments[0], std::stoi(arguments[1]));
+    if (argc == 3) {
+        profile(scenarios, argv[1], std::stoi(argv[2]));
     } else {
-        compare(scenarios, arguments.empty() ? DefaultRounds : std::max(std::stoi(arguments[0]), 1),
-                chartFile);
+        compare(scenarios, argc < 2 ? DefaultRounds : std::max(std::stoi(argv[1]), 1));
     }
     return 0;
 } catch (const std::exception& failure) {

@@ -16,7 +16,7 @@ struct Way {
     std::function<std::uint64_t(int size)> run;
 };
 
-/// One comparison, shown as one table and one chart.
+/// One comparison, shown as one table.
 struct Scenario {
     std::string title;
     int size;
@@ -33,8 +33,8 @@ struct Scenario {
 
 /// The main() of a measuring program:
 ///
-///     PROGRAM [ROUNDS] [--svg FILE]   compares the ways, prints tables, and draws charts
-///     PROGRAM WAY SIZE                does one way's work once, in this process, for a profiler
+///     PROGRAM [ROUNDS]    compares the ways and prints tables
+///     PROGRAM WAY SIZE    does one way's work once, in this process, for a profiler
 ///
 /// Each run is a process of its own, so that its peak of memory is its own. Every way runs once in
 /// every round, so that a slow spell of the machine hits all of them. One round before the others

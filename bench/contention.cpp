@@ -1,11 +1,10 @@
 // Threads share 4 connections and run a statement on each loan.
 //
-//     contention [ROUNDS] [--svg FILE]
+//     contention [ROUNDS]
 //
 // The longest wait, and the figure of the thread that ran fewest statements, show what a pool does
 // when all its connections are lent. All ways run in one process, in turns.
 
-#include "Chart.h"
 #include "Peer.h"
 #include "RawPool.h"
 
@@ -108,12 +107,8 @@ Work contend(Pool& pool, int threads)
     return work;
 }
 
-Chart compare(std::vector<PoolWay>& ways, int threads, int rounds)
+void compare(std::vector<PoolWay>& ways, int threads, int rounds)
 {
-    Chart chart{std::to_string(threads) + " threads on " + std::to_string(PoolSize) +
-                    " connections: cycles per second (longer is better)",
-                {},
-                "/s"};
     for (PoolWay& way : ways) {
         way.works.clear();
     }
@@ -127,18 +122,14 @@ Chart compare(std::vector<PoolWay>& ways, int threads, int rounds)
         std::printf("%-8d %-8s %10.0f %6.2f %12.1f %12.0f %8.0f\n", threads, way.name.c_str(),
                     cycles, cycles / ways.front().median(&Work::cycles), way.median(&Work::longest),
                     way.median(&Work::least), way.median(&Work::empty));
-        chart.bars.push_back({way.name, cycles});
     }
-    return chart;
 }
 
 } // namespace
 
 int main(int argc, char** argv)
 try {
-    std::vector<std::string> arguments(argv + 1, argv + argc);
-    const std::string chartFile = takeChartFile(arguments);
-    const int rounds = arguments.empty() ? DefaultRounds : std::max(std::stoi(arguments[0]), 1);
+    const int rounds = argc < 2 ? DefaultRounds : std::max(std::stoi(argv[1]), 1);
 
     std::vector<PoolWay> ways;
     ways.push_back({"raw", std::make_unique<RawPool>()});
@@ -152,11 +143,9 @@ try {
                 "%-8s %-8s %10s %6s %12s %12s %8s\n",
                 PoolSize, CycleStatement, rounds, "threads", "way", "cycles/s", "x", "longest ms",
                 "least busy/s", "empty/s");
-    std::vector<Chart> charts;
     for (const int threads : {2, 8, 32}) {
-        charts.push_back(compare(ways, threads, rounds));
+        compare(ways, threads, rounds);
     }
-    draw(charts, chartFile);
 } catch (const std::exception& failure) {
     std::fprintf(stderr, "contention: %s\n", failure.what());
     return 1;

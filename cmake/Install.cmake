@@ -34,6 +34,6 @@ install(FILES ${CMAKE_CURRENT_BINARY_DIR}/kestrodb.pc
 
 # The pages of docs/ link to each other.
 install(DIRECTORY docs DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT development
-  FILES_MATCHING PATTERN *.md PATTERN *.svg)
+  FILES_MATCHING PATTERN *.md)
 install(DIRECTORY examples DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT development
   FILES_MATCHING PATTERN *.cpp)
