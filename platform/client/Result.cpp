@@ -15,7 +15,7 @@ Result::Result(Link& link, int columns)
 {
     m_cells = m_few.data();
     if (static_cast<std::size_t>(columns) > m_few.size()) {
-        m_many.reset(new Cell[static_cast<std::size_t>(columns)]);
+        m_many = std::make_unique_for_overwrite<Cell[]>(static_cast<std::size_t>(columns));
         m_cells = m_many.get();
     }
     link.stream(this);

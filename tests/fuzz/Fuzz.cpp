@@ -265,6 +265,7 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t siz
         {"answer", answer},       {"escape", escape}, {"identifiers", identifiers},
         {"list", list},           {"script", script}, {"script_reader", scriptReader},
         {"statement", statement}, {"value", value},   {"table_name", tableName}};
-    targets.at(std::getenv("FUZZ_TARGET"))({reinterpret_cast<const char*>(data), size});
+    const char* const name = std::getenv("FUZZ_TARGET");
+    targets.at(name != nullptr ? name : "")({reinterpret_cast<const char*>(data), size});
     return 0;
 }
