@@ -1,5 +1,7 @@
 #pragma once
 
+#include "Measure.h"
+
 #include <cstdint>
 #include <string>
 
@@ -30,5 +32,9 @@ constexpr int UpsertIds = 1'000;
 void makeItems(const std::string& engine);
 /// A checksum of all its rows.
 std::uint64_t sumOfItems();
+
+/// Each item is inserted, or updates the row with its id. MEMORY keeps the server's own work small.
+inline constexpr Scenario Upserts{"upserts", 50'000, [](int /*size*/) { makeItems("MEMORY"); },
+                                  sumOfItems};
 
 } // namespace bench

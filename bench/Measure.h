@@ -1,45 +1,25 @@
 #pragma once
 
 #include <cstdint>
-#include <functional>
-#include <string>
-#include <vector>
 
-/// Runs several ways of doing the same work in turns and compares them.
+/// Measures several ways of doing the same work with Google Benchmark.
 namespace bench {
 
-/// One way of doing the work. run(size) does it once, with that many rows or statements, and
-/// returns a checksum of what it read. A way that writes returns 0; Scenario::written checks it
-/// instead.
-struct Way {
-    std::string name;
-    std::function<std::uint64_t(int size)> run;
-};
-
-/// One comparison, shown as one table.
+/// Work that can be done in several ways. Each way is registered as the benchmark NAME/WAY.
 struct Scenario {
-    std::string title;
-    int size;
-    std::vector<Way> ways; ///< the others are compared with the first
-    /// Called before every run; not timed.
-    std::function<void(int size)> before = {};
-    /// Returns a checksum of what a way wrote. Called after every run; not timed.
-    std::function<std::uint64_t(int size)> written = {};
-    /// Whether client and server share one processor. Where each statement waits for the one
-    /// before, a second processor does not help, and on one the time does not depend on where the
-    /// scheduler puts the two.
-    bool oneProcessor = false;
-};
+    const char* name;
+    int size; ///< how many rows or statements
+    /// Called before every run with the size of the run; not timed.
+    void (*before)(int size);
+    /// Returns a checksum of what a way wrote. Called after every run; not timed. Null if the ways
+    /// only read.
+    std::uint64_t (*written)() = nullptr;
 
-/// The main() of a measuring program:
-///
-///     PROGRAM [ROUNDS]    compares the ways and prints tables
-///     PROGRAM WAY SIZE    does one way's work once, in this process, for a profiler
-///
-/// Each run is a process of its own, so that its peak of memory is its own. Every way runs once in
-/// every round, so that a slow spell of the machine hits all of them. One round before the others
-/// warms up and does not count. A run is repeated if other processes took too much processor time
-/// meanwhile; its own result makes no difference. The program fails if the ways' checksums differ.
-int run(int argc, char** argv, const std::vector<Scenario>& scenarios);
+    /// Registers a way; the others are compared with the way "raw". run(size) does the work once
+    /// and returns a checksum of what it read, or 0 if it only writes. If two ways have different
+    /// checksums, the program fails. The heap has no free memory when a run starts, so the peak
+    /// that is shown is the run's own. Returns true, so that it can be called before main().
+    bool measure(const char* way, std::uint64_t (*run)(int size)) const;
+};
 
 } // namespace bench

@@ -10,6 +10,12 @@ namespace bench {
 /// The database of all measurements.
 constexpr char BenchDatabase[] = "kestro_bench";
 
+/// The login name and the socket of the private server.
+std::string account();
+std::string serverSocket();
+/// A file of this name in the directory of the private server, which is removed with the server.
+std::string besideServer(const char* name);
+
 /// A connection of the raw C client to that database. Every failure throws std::runtime_error with
 /// the server's message.
 class RawLink {

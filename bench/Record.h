@@ -1,5 +1,7 @@
 #pragma once
 
+#include "Measure.h"
+
 #include <charconv>
 #include <cstdint>
 #include <string>
@@ -42,5 +44,12 @@ void makeRecords(int rows);
 std::string selectRecords(int rows);
 /// The statement that reads one row, without the row's id at its end.
 std::string selectRecord(int rows);
+
+/// Each row becomes an object; all are kept in a list.
+inline constexpr Scenario KeptRows{"kept_rows", 1'000'000, makeRecords};
+/// The rows pass through one object as they arrive.
+inline constexpr Scenario StreamedRows{"streamed_rows", 1'000'000, makeRecords};
+/// One row is read by its key.
+inline constexpr Scenario PointSelects{"point_selects", 100'000, makeRecords};
 
 } // namespace bench

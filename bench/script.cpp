@@ -1,12 +1,10 @@
-// A script of 50 MiB with one INSERT per line is run: in batches of about 1 MiB, cut into its
-// statements and joined again, or by the server's own command-line client, which sends statement by
-// statement.
+// A script of one INSERT per line is run: in batches of about 1 MiB, cut into its statements and
+// joined again, or by the server's own command-line client, which sends statement by statement.
 
 #include "Measure.h"
 #include "RawLink.h"
 
 #include <KestroDatabase>
-#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -18,41 +16,49 @@ using namespace Kestro::Database;
 
 namespace {
 
-constexpr int MiB = 50;
-constexpr std::size_t BatchLimit = 1U << 20;
-constexpr std::size_t BlockSize = 4096;
-
 std::string scriptFile()
 {
-    return std::filesystem::temp_directory_path() / "kestro_bench_script.sql";
+    return besideServer("script.sql");
 }
 
-std::uint64_t raw(int /*size*/)
+void prepare(int statements)
 {
+    const RawLink link;
+    // MEMORY keeps the server's own work small.
+    link.run("SET max_heap_table_size=1073741824");
+    link.run("CREATE OR REPLACE TABLE line (id INT, text VARCHAR(200)) ENGINE=MEMORY");
+    std::ofstream script(scriptFile());
+    const std::string filler(150, 'x');
+    for (int id = 0; id < statements; ++id) {
+        script << "INSERT INTO line VALUES (" << id << ", '" << filler << "');\n";
+    }
+}
+
+std::uint64_t written()
+{
+    return std::stoull(RawLink().value("SELECT COUNT(*) + SUM(id) * 7 FROM line"));
+}
+
+constexpr Scenario RunScript{"script", 300'000, prepare, written};
+
+std::uint64_t raw(int /*statements*/)
+{
+    constexpr std::size_t Batch = 1U << 20;
     const RawLink link(CLIENT_MULTI_STATEMENTS);
-    // Like QueryFile, reads the whole file first, and cuts it at the same places.
-    std::string text(std::filesystem::file_size(scriptFile()), '\0');
-    std::ifstream(scriptFile()).read(text.data(), static_cast<std::streamsize>(text.size()));
-    for (std::size_t start = 0; start < text.size();) {
-        std::size_t end = start;
-        for (std::size_t block = start - start % BlockSize; end - start <= BatchLimit;
-             block += BlockSize) {
-            const std::size_t cut = text.find(";\n", block);
-            end = block + BlockSize < text.size() ? std::max(cut + 2, start) : text.size();
-            if (end == text.size()) {
-                break;
-            }
-        }
-        link.run({text.data() + start, end - start});
+    std::string script(std::filesystem::file_size(scriptFile()), '\0');
+    std::ifstream(scriptFile()).read(script.data(), static_cast<std::streamsize>(script.size()));
+    for (std::string_view rest = script; !rest.empty();) {
+        const std::string_view batch = rest.substr(0, rest.rfind(";\n", Batch) + 2);
+        link.run(batch);
         while (mysql_more_results(link.get()) != 0) {
             link.check(mysql_next_result(link.get()) == 0);
         }
-        start = end;
+        rest.remove_prefix(batch.size());
     }
     return 0;
 }
 
-std::uint64_t kestro(int /*size*/)
+std::uint64_t queryFile(int /*statements*/)
 {
     Connection connection(BenchDatabase);
     connection.enableMultipleStatementsPerQuery();
@@ -60,15 +66,14 @@ std::uint64_t kestro(int /*size*/)
     return 0;
 }
 
-// Statement by statement, as the command-line client reads them, and joined again.
-std::uint64_t kestroScript(int /*size*/)
+std::uint64_t script(int /*statements*/)
 {
     Connection connection(BenchDatabase);
     Script(scriptFile(), connection).execute();
     return 0;
 }
 
-std::uint64_t commandLine(int /*size*/)
+std::uint64_t commandLine(int /*statements*/)
 {
     const std::string command =
         std::string("mariadb --no-defaults ") + BenchDatabase + " < '" + scriptFile() + "'";
@@ -78,40 +83,8 @@ std::uint64_t commandLine(int /*size*/)
     return 0;
 }
 
-void prepare(int size)
-{
-    const RawLink link;
-    // MEMORY keeps the server's own work small.
-    link.run("SET max_heap_table_size=1073741824");
-    link.run("CREATE OR REPLACE TABLE line (id INT, text VARCHAR(200)) ENGINE=MEMORY");
-    std::ofstream script(scriptFile());
-    const std::string filler(150, 'x');
-    std::size_t written = 0;
-    for (int id = 0; written < static_cast<std::size_t>(size) << 20; ++id) {
-        const std::string line =
-            "INSERT INTO line VALUES (" + std::to_string(id) + ", '" + filler + "');\n";
-        script << line;
-        written += line.size();
-    }
-}
-
-std::uint64_t written(int /*size*/)
-{
-    std::filesystem::remove(scriptFile());
-    return std::stoull(RawLink().value("SELECT COUNT(*) + SUM(id) * 7 FROM line"));
-}
+const bool registered =
+    RunScript.measure("raw", raw) && RunScript.measure("QueryFile", queryFile) &&
+    RunScript.measure("Script", script) && RunScript.measure("mariadb", commandLine);
 
 } // namespace
-
-int main(int argc, char** argv)
-{
-    return run(argc, argv,
-               {{"A script of 50 MiB, one INSERT a line",
-                 MiB,
-                 {{"raw", raw},
-                  {"kestro", kestro},
-                  {"kestro-script", kestroScript},
-                  {"mariadb", commandLine}},
-                 prepare,
-                 written}});
-}

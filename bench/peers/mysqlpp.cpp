@@ -2,8 +2,6 @@
 // rows on request.
 
 #include "Item.h"
-#include "Machine.h"
-#include "Peer.h"
 #include "RawLink.h"
 #include "Record.h"
 
@@ -99,47 +97,9 @@ std::uint64_t upserts(int upserts)
     return 0;
 }
 
-// Inserts many rows per statement, as MySQL++ does for a container.
-std::uint64_t insertedRows(int rows)
-{
-    constexpr int Group = 1'000;
-    Link link;
-    Item item;
-    for (int number = 0; number < rows;) {
-        mysqlpp::Query query = link.query("INSERT INTO item VALUES ");
-        for (int i = 0; i < Group && number < rows; ++i, ++number) {
-            item.turn(number, rows);
-            query << (i == 0 ? "(" : ",(") << item.id << ',' << mysqlpp::quote << item.a << ','
-                  << mysqlpp::quote << item.b << ',' << mysqlpp::quote << item.c << ',' << item.d
-                  << ',' << mysqlpp::quote << item.e << ')';
-        }
-        query.execute();
-    }
-    return 0;
-}
-
-class LinkPool : public mysqlpp::ConnectionPool {
-public:
-    ~LinkPool() override { clear(); }
-
-protected:
-    mysqlpp::Connection* create() override { return new Link; }
-    void destroy(mysqlpp::Connection* link) override { delete link; }
-    unsigned int max_idle_time() override { return 600; }
-};
-
-std::uint64_t loans(int number)
-{
-    LinkPool pool;
-    const IdleThread other;
-    for (int i = 0; i < number; ++i) {
-        const mysqlpp::ScopedConnection link(pool);
-    }
-    return 0;
-}
-
-const bool added = addPeer(
-    {"mysql++", keptRows, streamedRows, pointSelects, upserts, insertedRows, loans, nullptr});
+const bool registered =
+    KeptRows.measure("mysql++", keptRows) && StreamedRows.measure("mysql++", streamedRows) &&
+    PointSelects.measure("mysql++", pointSelects) && Upserts.measure("mysql++", upserts);
 
 } // namespace
 

@@ -2,18 +2,14 @@
 // at a time.
 
 #include "Item.h"
-#include "Machine.h"
-#include "Peer.h"
 #include "RawLink.h"
 #include "Record.h"
 
 #include <Poco/Data/DataException.h>
 #include <Poco/Data/MySQL/Connector.h>
 #include <Poco/Data/Session.h>
-#include <Poco/Data/SessionPool.h>
 #include <Poco/Data/TypeHandler.h>
 #include <list>
-#include <stdexcept>
 
 // How Poco Data reads an object; it prescribes the member names.
 template <> class Poco::Data::TypeHandler<bench::Record> {
@@ -112,46 +108,9 @@ std::uint64_t upserts(int upserts)
     return 0;
 }
 
-struct SessionPool : Poco::Data::SessionPool {
-    SessionPool() : Poco::Data::SessionPool("MySQL", login(), PoolSize, PoolSize) {}
-};
-
-std::uint64_t loans(int number)
-{
-    SessionPool pool;
-    const IdleThread other;
-    for (int i = 0; i < number; ++i) {
-        const Poco::Data::Session session = pool.get();
-    }
-    return 0;
-}
-
-class Sessions : public Pool {
-public:
-    bool cycle() override
-    try {
-        Poco::Data::Session session = m_pool.get();
-        int one = 0;
-        session << CycleStatement, into(one), now;
-        if (one != 1) {
-            throw std::runtime_error("a statement failed");
-        }
-        return true;
-    } catch (const Poco::Data::SessionPoolExhaustedException&) {
-        return false;
-    }
-
-private:
-    SessionPool m_pool;
-};
-
-std::unique_ptr<Pool> pool()
-{
-    return std::make_unique<Sessions>();
-}
-
-const bool added =
-    addPeer({"poco", keptRows, streamedRows, pointSelects, upserts, nullptr, loans, pool});
+const bool registered =
+    KeptRows.measure("poco", keptRows) && StreamedRows.measure("poco", streamedRows) &&
+    PointSelects.measure("poco", pointSelects) && Upserts.measure("poco", upserts);
 
 } // namespace
 
