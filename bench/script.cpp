@@ -26,7 +26,7 @@ void prepare(int statements)
     const RawLink link;
     // MEMORY keeps the server's own work small.
     link.run("SET max_heap_table_size=1073741824");
-    link.run("CREATE OR REPLACE TABLE line (id INT, text VARCHAR(200)) ENGINE=MEMORY");
+    link.run("CREATE OR REPLACE TABLE line (id INT, text VARCHAR(200) CHARACTER SET latin1) ENGINE=MEMORY");
     std::ofstream script(scriptFile());
     const std::string filler(150, 'x');
     for (int id = 0; id < statements; ++id) {
