@@ -15,7 +15,7 @@ namespace Kestro::Database {
 ///     Connection connection("shop");
 ///     Script("schema.sql", connection).execute();
 ///
-/// Statements are joined into strings of up to 1 MiB, and of about a tenth of a second's work, so
+/// Statements are joined into strings of up to 64 KiB, and of about a tenth of a second's work, so
 /// that most of them cost no round trip; a longer one is sent alone. Whatever their number, a
 /// failure is that of one statement, whose place is known, and no statement is sent twice. Results
 /// are read and dropped. The file is read as it is sent: memory holds one string and the longest
