@@ -31,7 +31,9 @@ double memory(const std::string& name)
 double memoryAtStart()
 {
     malloc_trim(0);
-    std::ofstream("/proc/self/clear_refs") << 5; // resets the peak
+    if (!(std::ofstream("/proc/self/clear_refs") << 5 << std::flush)) {
+        throw std::runtime_error("the peak of memory cannot be reset");
+    }
     return memory("VmRSS:");
 }
 
@@ -62,7 +64,7 @@ public:
     void ReportRuns(const std::vector<Run>& runs) override
     {
         for (const Run& run : runs) {
-            if (run.aggregate_name == "median") {
+            if (run.repetitions == 1 || run.aggregate_name == "median") {
                 const std::string& name = run.run_name.function_name;
                 const std::size_t slash = name.find('/');
                 m_medians[name.substr(0, slash)][name.substr(slash + 1)] = run;
@@ -113,7 +115,7 @@ bool Scenario::measure(const char* way, std::uint64_t (*run)(int size)) const
 
 } // namespace bench
 
-// Options are those of Google Benchmark; a number is the size of every run.
+// Options are those of Google Benchmark; a number is the size of every run but contention's.
 int main(int argc, char** argv)
 try {
     benchmark::Initialize(&argc, argv);

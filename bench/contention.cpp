@@ -90,11 +90,10 @@ template <class AnyPool> void contend(benchmark::State& state, int threads)
             running.emplace_back([&] {
                 while (left > 0) {
                     const auto start = Clock::now();
-                    if (pool.cycle()) {
-                        --left;
-                        ++work.done;
-                    } else {
+                    if (!pool.cycle()) {
                         ++work.empty;
+                    } else if (left-- > 0) {
+                        ++work.done;
                     }
                     work.longest = std::max<Milliseconds>(work.longest, Clock::now() - start);
                 }

@@ -1,5 +1,6 @@
-// A script of one INSERT per line is run: in batches of about 1 MiB, cut into its statements and
-// joined again, or by the server's own command-line client, which sends statement by statement.
+// A script of one INSERT per line is run in three ways: in batches of about 1 MiB; cut into its
+// statements, which are joined to shorter strings; or by the server's own command-line client,
+// statement by statement.
 
 #include "Measure.h"
 #include "RawLink.h"
@@ -26,7 +27,8 @@ void prepare(int statements)
     const RawLink link;
     // MEMORY keeps the server's own work small.
     link.run("SET max_heap_table_size=1073741824");
-    link.run("CREATE OR REPLACE TABLE line (id INT, text VARCHAR(200) CHARACTER SET latin1) ENGINE=MEMORY");
+    link.run("CREATE OR REPLACE TABLE line (id INT, text VARCHAR(200) CHARACTER SET latin1)"
+             " ENGINE=MEMORY");
     std::ofstream script(scriptFile());
     const std::string filler(150, 'x');
     for (int id = 0; id < statements; ++id) {

@@ -1,4 +1,4 @@
-# The Debian packages, which `./dev package` makes with the preset "package": one for each component.
+# The Debian packages, which `./dev package` makes with the preset "release": one for each component.
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME kestrodb)
 set(CPACK_PACKAGE_CONTACT "The KestroDB maintainers <maintainers@kestrodb.example>")

@@ -23,8 +23,8 @@ namespace Kestro::Database {
 namespace {
 
 // For each statement the server allocates as many bytes as are left of the string. A heap may give
-// such a buffer back to the system each time, as glibc's does from 128 KiB on; that made scripts
-// three times as slow.
+// such a buffer back to the system each time, as glibc's does from 128 KiB on. That made some runs
+// of scripts take two to three times as long.
 constexpr std::size_t MaxBatch = 65'536; // bytes
 constexpr std::size_t MinBatch = 4096;
 constexpr std::chrono::milliseconds BatchTime(100);

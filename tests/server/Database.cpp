@@ -135,7 +135,7 @@ TEST_F(Database, ParsersMayThrowQueryAndReopen)
         Reader reader;
         reader.then = [&] { return action(), true; };
         OneRowParser parser(reader);
-        const std::string failure = failureOf([&] {
+        std::string failure = failureOf([&] {
             // The count is that of the last statement, or of the fresh link.
             EXPECT_EQ(execute("SELECT seq FROM seq_1_to_9", &parser, store), 0U);
         });
