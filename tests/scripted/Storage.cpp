@@ -133,7 +133,7 @@ TEST(Storage, LivesOnInAChildProcess)
             use();
         }
     });
-    for (int i = 0; i < 300; ++i) {
+    for (int i = 0; i < 100; ++i) {
         const pid_t child = fork();
         if (child == 0) {
             alarm(10); // ends a child that waits for ever
