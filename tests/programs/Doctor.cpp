@@ -7,7 +7,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <gmock/gmock.h>
+#include <gmock/gmock-matchers.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>

@@ -4,7 +4,7 @@
 
 #include <basepp/dbg.h>
 #include <functional>
-#include <gmock/gmock.h>
+#include <gmock/gmock-matchers.h>
 #include <limits>
 #include <sstream>
 

@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <barrier>
 #include <cstdlib>
-#include <gmock/gmock.h>
+#include <gmock/gmock-matchers.h>
 #include <map>
 #include <set>
 #include <thread>

@@ -5,7 +5,7 @@
 #include <cmath>
 #include <cstring>
 #include <fstream>
-#include <gmock/gmock.h>
+#include <gmock/gmock-matchers.h>
 #include <limits>
 #include <optional>
 #include <thread>

@@ -4,7 +4,7 @@
 #include <bitset>
 #include <cmath>
 #include <fstream>
-#include <gmock/gmock.h>
+#include <gmock/gmock-matchers.h>
 #include <iomanip>
 #include <limits>
 
